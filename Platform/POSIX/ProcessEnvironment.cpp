@@ -1,0 +1,38 @@
+#include "Platform/ProcessEnvironment.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <tuple>
+
+namespace ombrix::platform {
+
+namespace {
+
+// open(2) gives the lowest free number, so each call fills the first gap, until there is none.
+void fillStandardDescriptors() {
+  int opened = 0;
+  do {
+    opened = ::open("/dev/null", O_RDWR);
+  } while (opened >= 0 && opened <= STDERR_FILENO);
+  if (opened >= 0) ::close(opened);
+}
+
+void denyGroupAndOthersWriting() {
+  const mode_t inherited = ::umask(S_IWGRP | S_IWOTH);
+  ::umask(inherited | S_IWGRP | S_IWOTH);
+}
+
+}  // namespace
+
+void secureProcessEnvironment() {
+  fillStandardDescriptors();
+  denyGroupAndOthersWriting();
+  // What these would end the process for, the failing call reports as well.
+  std::ignore = std::signal(SIGPIPE, SIG_IGN);
+  std::ignore = std::signal(SIGXFSZ, SIG_IGN);
+}
+
+}  // namespace ombrix::platform
