@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+// Surroundings of its own for each test of the port: nothing that it does to /run, /tmp, the mounts
+// or the host's name reaches the machine, and no agent of the machine's hears it.
+
+namespace ombrix::tests {
+
+// Moves this process into namespaces of its own with an empty /run and /tmp. Returns false where
+// the kernel gives it none.
+[[nodiscard]] bool enterPrivateMachine();
+
+// Hides `folder` behind a new file system in memory with these mount options and flags.
+[[nodiscard]] bool mountMemory(const std::string& folder, const char* options,
+                               unsigned long flags = 0);
+
+}  // namespace ombrix::tests

@@ -1,0 +1,191 @@
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "Platform/ProcessList.h"
+#include "Tests/Port/Linux/Resources.h"
+#include "Tests/Port/POSIX/ChildProcess.h"
+
+namespace ombrix::tests {
+
+namespace {
+
+using platform::ProcessEntry;
+using platform::ProcessId;
+using platform::ProcessList;
+
+std::optional<std::size_t> indexOf(const ProcessList& list, ProcessId id) {
+  const auto& ids = list.processIds();
+  const auto position = std::find(ids.begin(), ids.end(), id);
+  if (position == ids.end()) return std::nullopt;
+  return static_cast<std::size_t>(position - ids.begin());
+}
+
+std::optional<ProcessEntry> entryOf(ProcessId id) {
+  ProcessList list;
+  if (!list.fetch()) return std::nullopt;
+  const auto index = indexOf(list, id);
+  return index ? list.entry(*index) : std::nullopt;
+}
+
+// A child that has done something to itself and then waits for its end.
+class PreparedChild {
+ public:
+  explicit PreparedChild(const std::function<void()>& preparation) {
+    std::array<int, 2> ready{};
+    if (::pipe(ready.data()) != 0) return;
+    child = ::fork();
+    if (child == 0) {
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+      preparation();
+      ::close(ready[1]);
+      for (;;) ::pause();
+    }
+    ::close(ready[1]);
+    char nothing = 0;
+    while (::read(ready[0], &nothing, 1) > 0) {
+    }
+    ::close(ready[0]);
+  }
+  ~PreparedChild() {
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+  }
+  PreparedChild(const PreparedChild&) = delete;
+  PreparedChild& operator=(const PreparedChild&) = delete;
+  [[nodiscard]] pid_t id() const { return child; }
+
+ private:
+  pid_t child = -1;
+};
+
+std::optional<ProcessId> someKernelThread() {
+  for (ProcessId id = 2; id < 20; ++id) {
+    std::ifstream status("/proc/" + std::to_string(id) + "/status");
+    const std::string text{std::istreambuf_iterator<char>(status), {}};
+    if (text.find("\nKthread:\t1\n") != std::string::npos) return id;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+TEST(ProcessListOnLinux, TellsEveryNameAsTheKernelHasIt) {
+  for (const char* name : {"a) R 1\n\\b c", "", " ", "\n", "\\n", "Uid:\t7", "fifteen_letters",
+                           "caf\xE9", "(sd-pam)"}) {
+    const PreparedChild child([name] { ::prctl(PR_SET_NAME, name); });
+    const auto entry = entryOf(child.id());
+    ASSERT_TRUE(entry) << name;
+    EXPECT_EQ(entry->commandName, name);
+  }
+}
+
+TEST(ProcessListOnLinux, TellsTheEffectiveUserAndNotTheOwnerOfTheFiles) {
+  if (exitStatusInChild([] { return ::seteuid(strangerUser) == 0 ? 0 : 1; }) != 0) {
+    GTEST_SKIP() << "needs several users";
+  }
+  // The kernel gives the files of a process to root when it has changed its user like that.
+  const PreparedChild child([] { std::ignore = ::seteuid(strangerUser); });
+  const auto entry = entryOf(child.id());
+  ASSERT_TRUE(entry);
+  EXPECT_EQ(entry->effectiveUserId, strangerUser);
+}
+
+TEST(ProcessListOnLinux, TellsTheNameOfTheDeadWhoAreNotBuried) {
+  const pid_t zombie = ::fork();
+  if (zombie == 0) {
+    ::prctl(PR_SET_NAME, "departed");
+    ::_exit(0);
+  }
+  siginfo_t end{};
+  ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(zombie), &end, WEXITED | WNOWAIT), 0);
+
+  const auto entry = entryOf(zombie);
+
+  ASSERT_TRUE(entry);
+  EXPECT_EQ(entry->commandName, "departed");
+  ::waitpid(zombie, nullptr, 0);
+}
+
+TEST(ProcessListOnLinux, HasNoEntryForAProcessThatEndedSinceTheFetch) {
+  ProcessList list;
+  std::optional<std::size_t> index;
+  {
+    const ChildProcess process("/bin/cat", {"cat"});
+    ASSERT_TRUE(list.fetch());
+    index = indexOf(list, process.id());
+  }
+  ASSERT_TRUE(index);
+  EXPECT_FALSE(list.entry(*index));
+}
+
+TEST(ProcessListOnLinux, HasNoEntryForAKernelThreadAndListsItNoMore) {
+  const auto thread = someKernelThread();
+  if (!thread) GTEST_SKIP() << "this machine shows no kernel threads";
+  ProcessList list;
+  ASSERT_TRUE(list.fetch());
+  const auto index = indexOf(list, *thread);
+  ASSERT_TRUE(index);
+
+  EXPECT_FALSE(list.entry(*index));
+
+  for (int fetches = 0; fetches < 3; ++fetches) {
+    ASSERT_TRUE(list.fetch());
+    EXPECT_FALSE(indexOf(list, *thread));
+  }
+}
+
+TEST(ProcessListOnLinux, HasANamelessEntryForAProcessWhoseFilesAreHidden) {
+  const int result = exitStatusInChild([] {
+    if (::mount("proc", "/proc", "proc", 0, "hidepid=1") != 0) return 77;
+    if (!becomeUser(strangerUser)) return 77;
+    const auto entry = entryOf(1);
+    if (!entry) return 1;
+    if (entry->commandName) return 2;
+    return entry->effectiveUserId == 0 ? 0 : 3;
+  });
+  if (result == 77) GTEST_SKIP() << "needs several users";
+  EXPECT_EQ(result, 0);
+}
+
+TEST(ProcessListOnLinux, IsFetchedAlsoWithoutAFreeDescriptor) {
+  ProcessList list;
+  const NoFreeDescriptor none;
+  ASSERT_TRUE(list.fetch());
+  EXPECT_TRUE(indexOf(list, ::getpid()));
+}
+
+TEST(ProcessListOnLinux, IsEmptyAfterAFetchThatFailedAndCanBeFetchedLater) {
+  const auto list = [] {
+    const NoFreeDescriptor none;
+    auto made = std::make_unique<ProcessList>();
+    EXPECT_FALSE(made->fetch());
+    EXPECT_TRUE(made->processIds().empty());
+    return made;
+  }();
+  ASSERT_TRUE(list->fetch());
+  EXPECT_TRUE(indexOf(*list, ::getpid()));
+}
+
+TEST(ProcessListOnLinux, HoldsNoMoreDescriptorsTheLongerItIsUsed) {
+  ProcessList list;
+  const std::ptrdiff_t before = openDescriptors();
+  for (int poll = 0; poll < 10; ++poll) {
+    ASSERT_TRUE(list.fetch());
+    for (std::size_t index = 0; index < list.processIds().size(); ++index) {
+      std::ignore = list.entry(index);
+    }
+  }
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+}  // namespace ombrix::tests

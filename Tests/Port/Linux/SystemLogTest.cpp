@@ -1,0 +1,123 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <string>
+#include <utility>
+
+#include "Platform/FileDescriptor.h"
+#include "Platform/SystemLog.h"
+
+namespace ombrix::tests {
+
+namespace {
+
+using platform::FileDescriptor;
+
+// A call that waits for its reader ends the test's process after this time.
+constexpr unsigned secondsUntilStuck = 20;
+
+// Standard error as a pipe, whose reader the test is.
+class LogPipe {
+ public:
+  LogPipe() {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) return;
+    reader = FileDescriptor(ends[0]);
+    ::fcntl(reader.get(), F_SETFL, O_NONBLOCK);
+    const FileDescriptor writer(ends[1]);
+    original = FileDescriptor(::dup(STDERR_FILENO));
+    ::dup2(writer.get(), STDERR_FILENO);
+    ::alarm(secondsUntilStuck);
+  }
+  ~LogPipe() { ::dup2(original.get(), STDERR_FILENO); }
+  LogPipe(const LogPipe&) = delete;
+  LogPipe& operator=(const LogPipe&) = delete;
+
+  static void fill() {
+    ::fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
+    const std::string page(4096, '.');
+    while (::write(STDERR_FILENO, page.data(), page.size()) > 0) {
+    }
+    ::fcntl(STDERR_FILENO, F_SETFL, 0);
+  }
+
+  [[nodiscard]] std::string readAll() const {
+    std::string text;
+    std::array<char, 4096> block{};
+    for (;;) {
+      const ssize_t count = ::read(reader.get(), block.data(), block.size());
+      if (count <= 0) return text;
+      text.append(block.data(), static_cast<std::size_t>(count));
+    }
+  }
+
+  void closeReader() { reader.close(); }
+
+ private:
+  FileDescriptor reader;
+  FileDescriptor original;
+};
+
+}  // namespace
+
+TEST(SystemLogOnLinux, IsTheBareMessageAndANewline) {
+  const LogPipe log;
+  platform::systemLog("Shutting down Ombrix.");
+  platform::systemLog("");
+  platform::systemLog("caf\xE9");
+  EXPECT_EQ(log.readAll(), "Shutting down Ombrix.\n\ncaf\xE9\n");
+}
+
+TEST(SystemLogOnLinux, TakesAMessageLongerThanAPipeTakesAtOnce) {
+  const std::string message(30'000, 'x');
+  const LogPipe log;
+  platform::systemLog(message);
+  EXPECT_EQ(log.readAll(), message + "\n");
+}
+
+TEST(SystemLogOnLinux, DropsTheMessageWhenTheReaderHasStalled) {
+  const LogPipe log;
+  LogPipe::fill();
+
+  platform::systemLog("nobody reads this");
+
+  EXPECT_EQ(log.readAll().find("nobody"), std::string::npos);
+}
+
+TEST(SystemLogOnLinux, NeverWaitsInTheMiddleOfAMessage) {
+  const std::string message(1'000'000, 'x');
+  const LogPipe log;
+  platform::systemLog(message);
+  EXPECT_LT(log.readAll().size(), message.size());
+}
+
+TEST(SystemLogOnLinux, IsReadAgainWhenTheReaderGoesOn) {
+  const LogPipe log;
+  LogPipe::fill();
+  platform::systemLog("lost");
+  std::ignore = log.readAll();
+
+  platform::systemLog("kept");
+
+  EXPECT_EQ(log.readAll(), "kept\n");
+}
+
+TEST(SystemLogOnLinux, SurvivesAReaderThatWentAway) {
+  std::ignore = std::signal(SIGPIPE, SIG_IGN);
+  LogPipe log;
+  log.closeReader();
+  platform::systemLog("nobody reads this");
+  SUCCEED();
+}
+
+TEST(SystemLogOnLinux, SurvivesAClosedDescriptor) {
+  const LogPipe log;
+  ::close(STDERR_FILENO);
+  platform::systemLog("nobody reads this");
+  EXPECT_EQ(log.readAll(), "");
+}
+
+}  // namespace ombrix::tests

@@ -1,0 +1,111 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "Platform/ProcessEnvironment.h"
+#include "Tests/Port/POSIX/ChildProcess.h"
+
+namespace ombrix::tests {
+
+namespace {
+
+// The number that the next file of this process gets.
+int nextDescriptor() {
+  const int opened = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ::close(opened);
+  return opened;
+}
+
+mode_t currentMask() {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return mask;
+}
+
+}  // namespace
+
+TEST(ProcessEnvironment, OpensTheStandardDescriptorsThatTheParentClosed) {
+  const int next = exitStatusInChild([] {
+    for (const int descriptor : {0, 1, 2}) ::close(descriptor);
+    platform::secureProcessEnvironment();
+    return nextDescriptor();
+  });
+  EXPECT_GT(next, STDERR_FILENO);
+}
+
+TEST(ProcessEnvironment, OpensTheOneThatIsMissing) {
+  const int next = exitStatusInChild([] {
+    ::close(STDOUT_FILENO);
+    platform::secureProcessEnvironment();
+    return nextDescriptor();
+  });
+  EXPECT_GT(next, STDERR_FILENO);
+}
+
+TEST(ProcessEnvironment, WhatItOpensCanBeReadAndWritten) {
+  const int status = exitStatusInChild([] {
+    for (const int descriptor : {0, 1, 2}) ::close(descriptor);
+    platform::secureProcessEnvironment();
+    char byte = 'x';
+    const bool readable = ::read(STDIN_FILENO, &byte, 1) == 0;
+    return readable && ::write(STDERR_FILENO, &byte, 1) == 1 ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(ProcessEnvironment, LeavesDescriptorsThatAreOpenAsTheyAre) {
+  struct stat before {};
+  ASSERT_EQ(::fstat(STDERR_FILENO, &before), 0);
+  const int next = nextDescriptor();
+
+  platform::secureProcessEnvironment();
+
+  struct stat after {};
+  ASSERT_EQ(::fstat(STDERR_FILENO, &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(nextDescriptor(), next);
+}
+
+TEST(ProcessEnvironment, LetsNobodyElseWriteToNewFiles) {
+  ::umask(0);
+  platform::secureProcessEnvironment();
+  EXPECT_EQ(currentMask(), static_cast<mode_t>(S_IWGRP | S_IWOTH));
+}
+
+TEST(ProcessEnvironment, KeepsAStricterMask) {
+  ::umask(S_IRWXG | S_IRWXO);
+  platform::secureProcessEnvironment();
+  EXPECT_EQ(currentMask(), static_cast<mode_t>(S_IRWXG | S_IRWXO));
+}
+
+TEST(ProcessEnvironment, SurvivesAReaderThatWentAway) {
+  const int error = exitStatusInChild([] {
+    platform::secureProcessEnvironment();
+    std::array<int, 2> ends{};
+    if (::pipe(ends.data()) != 0) return 0;
+    ::close(ends[0]);
+    return ::write(ends[1], "x", 1) < 0 ? errno : 0;
+  });
+  EXPECT_EQ(error, EPIPE);
+}
+
+TEST(ProcessEnvironment, SurvivesALimitOnTheSizeOfFiles) {
+  const int error = exitStatusInChild([] {
+    platform::secureProcessEnvironment();
+    const rlimit nothing{0, RLIM_INFINITY};
+    if (::setrlimit(RLIMIT_FSIZE, &nothing) != 0) return 0;
+    FILE* const file = std::tmpfile();
+    if (file == nullptr) return 0;
+    return ::write(::fileno(file), "x", 1) < 0 ? errno : 0;
+  });
+  EXPECT_EQ(error, EFBIG);
+}
+
+}  // namespace ombrix::tests
