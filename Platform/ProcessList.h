@@ -39,8 +39,8 @@ class ProcessList {
   // The process ids of the last fetch in the kernel's order. Valid until the next fetch.
   [[nodiscard]] const std::vector<ProcessId>& processIds() const;
 
-  // The entry of the process at `index` of processIds(). Nothing when the process has ended since
-  // the fetch, or turns out to be none that counts (a thread of the kernel's own).
+  // The entry of the process at `index` of processIds(). Nothing when the process is found to have
+  // ended since the fetch, or to be none that counts (a thread of the kernel's own).
   [[nodiscard]] std::optional<ProcessEntry> entry(std::size_t index);
 
  private:
