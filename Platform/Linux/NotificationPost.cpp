@@ -83,7 +83,7 @@ class Post {
     while (!waiting.empty() && steady_clock::now() < deadline) {
       ::nanosleep(&pauseBetweenAttempts, nullptr);
       std::erase_if(waiting, [this](const Target& target) {
-        return deliver(target, notification) != Delivery::queueFull;
+        return tryDelivery(target) != Delivery::queueFull;
       });
     }
     if (waiting.empty()) return;
@@ -92,6 +92,15 @@ class Post {
   }
 
  private:
+  // Answers are awaited only from those who are heeded: a stranger could make this process wait.
+  Delivery tryDelivery(const Target& target) const {
+    const Delivery delivery = deliver(target, notification);
+    if (delivery == Delivery::done && target.trusted) {
+      answersUntil = steady_clock::now() + timeForAnswers;
+    }
+    return delivery;
+  }
+
   void attempt(const RuntimeDirectory& directory, const std::string& fileName,
                const SocketName& name) {
     Target target;
@@ -104,10 +113,8 @@ class Post {
     if (!S_ISSOCK(status.st_mode) || status.st_uid != directory.owner) return;
     target.addressed = name.forStrangers != mayUseFirstSocket(status.st_uid);
 
-    const Delivery delivery = deliver(target, notification);
-    if (delivery == Delivery::done) {
-      answersUntil = steady_clock::now() + timeForAnswers;
-    } else if (delivery == Delivery::ownerGone) {
+    const Delivery delivery = tryDelivery(target);
+    if (delivery == Delivery::ownerGone) {
       ::unlinkat(directory.descriptor.get(), fileName.c_str(), 0);
     } else if (delivery == Delivery::queueFull && target.trusted) {
       waiting.push_back(std::move(target));

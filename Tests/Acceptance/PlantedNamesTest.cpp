@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "Tests/Acceptance/Agent.h"
@@ -75,6 +76,12 @@ TEST(PlantedByAnybody, FileInThePlaceOfTheFolderSendsTheAgentElsewhere) {
   EXPECT_EQ(contentsOf(machineFolder), "a file");
 }
 
+TEST(PlantedByAnybody, SocketInThePlaceOfTheFolderSendsTheAgentElsewhere) {
+  ASSERT_GE(bindSocket(machineFolder), 0);
+  expectWorksFrom(temporaryFolder);
+  EXPECT_TRUE(fs::is_socket(machineFolder));
+}
+
 TEST(PlantedByAnybody, LinkInThePlaceOfTheFolderIsNotFollowed) {
   fs::create_directory("/tmp/trap");
   fs::create_symlink("/tmp/trap", machineFolder);
@@ -129,6 +136,7 @@ TEST_F(Planted, NoFolderThatIsSafeLeavesTheAgentUnheard) {
       [] { plantFolder(temporaryFolder, stranger, 0777); },
       [] { fs::create_symlink("/tmp/trap", temporaryFolder); },
       [] { writeFile(temporaryFolder, "a file"); },
+      [] { ASSERT_GE(bindSocket(temporaryFolder), 0); },
   };
   writeFile(machineFolder, "a file");
   fs::create_directory("/tmp/trap");
@@ -176,6 +184,21 @@ TEST_F(Planted, FullQueuesOfAnotherUserDelayNobody) {
   ASSERT_TRUE(eventually([] { return namesIn("/tmp/ombrix-12345").size() == 800; }));
   expectWorksFrom(machineFolder);
   EXPECT_EQ(namesIn("/tmp/ombrix-12345").size(), 800U);
+}
+
+TEST_F(Planted, PretendedAgentOfAnotherUserDelaysNoAnswer) {
+  const Pest pretender(stranger, [] {
+    ::mkdir("/tmp/ombrix-12345", 0700);
+    bindSocket("/tmp/ombrix-12345/" + notificationNamed("LaunchCall") + ".1.1");
+    for (;;) ::pause();
+  });
+  ASSERT_TRUE(eventually([] { return namesIn("/tmp/ombrix-12345").size() == 1; }));
+  Agent first(Home("/tmp/first"));
+  ASSERT_TRUE(first.hasStarted());
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(Agent(Home("/tmp/second")).waitForExit(), 1);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
+  EXPECT_EQ(first.stop(), 0);
 }
 
 TEST_F(Planted, ManyNamesInTheTemporaryFolderAreNoHindrance) {

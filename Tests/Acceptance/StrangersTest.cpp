@@ -40,12 +40,14 @@ void sendEverythingEverywhere() {
   }
 }
 
-std::string publicSocket() {
+// The agent has two sockets for calls: its own user's and root's, and everybody's.
+std::string callSocket(bool isPublic) {
   for (const std::string& path : socketsOf("LaunchCall")) {
-    if (path.ends_with(".public")) return path;
+    if (path.ends_with(".public") == isPublic) return path;
   }
   return {};
 }
+std::string publicSocket() { return callSocket(true); }
 
 long cpuTicks(pid_t process) {
   const std::string stat = contentsOf("/proc/" + std::to_string(process) + "/stat");
@@ -77,7 +79,7 @@ class Strangers : public ::testing::Test {
   // Brings a poll about without asking for a list.
   void pollWithoutAList() {
     const std::size_t before = agent->polls();
-    sendDatagram(socketsOf("LaunchCall").front(), notificationNamed("LaunchCall"));
+    sendDatagram(callSocket(false), notificationNamed("LaunchCall"));
     ASSERT_TRUE(agent->waitForPolls(before + 1));
   }
 
@@ -130,6 +132,20 @@ TEST_F(Strangers, OtherNotificationsAtTheCallSocketMeanNothing) {
   }
   pollWithoutAList();
   EXPECT_FALSE(fs::exists(home.storage() + "/processes.list"));
+  expectUnharmed();
+}
+
+TEST_F(Strangers, GarbageAtTheCallSocketMeansNothing) {
+  const std::string call = notificationNamed("LaunchCall");
+  const std::size_t before = agent->polls();
+  for (const std::string& bytes : {std::string(), std::string("garbage"), call + "x", call + '\0',
+                                   std::string(65536, 'x'), call + std::string(65536, '\0')}) {
+    EXPECT_TRUE(asUser(stranger, [&] {
+      return eventually([&] { return sendDatagram(publicSocket(), bytes) == 0; });
+    }));
+  }
+  ASSERT_TRUE(agent->poll());
+  EXPECT_EQ(agent->polls(), before + 1);
   expectUnharmed();
 }
 
