@@ -73,7 +73,10 @@ class Post {
     const std::size_t limit = directory.trusted ? mostSocketsTrusted : mostSocketsOfStranger;
     for (const std::string& fileName : namesIn(directory.descriptor, limit)) {
       const auto name = parseSocketFileName(fileName);
-      if (name && name->notification == notification) attempt(directory, fileName, *name);
+      // Where only friends have sockets, also those of other names are looked at, lest the
+      // leftovers of agents that were killed pile up.
+      const bool ofInterest = name && (directory.trusted || name->notification == notification);
+      if (ofInterest) attempt(directory, fileName, *name);
     }
   }
 
@@ -111,7 +114,8 @@ class Post {
     if (!target.entry.valid() || ::fstat(target.entry.get(), &status) != 0) return;
     // In somebody's own directory only what is his own is a socket of his agent's.
     if (!S_ISSOCK(status.st_mode) || status.st_uid != directory.owner) return;
-    target.addressed = name.forStrangers != mayUseFirstSocket(status.st_uid);
+    target.addressed =
+        name.notification == notification && name.forStrangers != mayUseFirstSocket(status.st_uid);
 
     const Delivery delivery = tryDelivery(target);
     if (delivery == Delivery::ownerGone) {

@@ -105,17 +105,19 @@ TEST(SecondAgent, StartsAfterTheFirstWasKilled) {
   EXPECT_EQ(second.stop(), 0);
 }
 
-TEST(SecondAgent, RemovesTheCallSocketsOfAKilledOne) {
+TEST(SecondAgent, RemovesAllSocketsOfAKilledOne) {
   const Home home;
   Agent first(home);
   ASSERT_TRUE(first.hasStarted());
-  const std::vector<std::string> stale = socketsOf("LaunchCall");
-  ASSERT_EQ(stale.size(), 2U);
+  const std::vector<std::string> stale = namesIn("/run/ombrix");
+  ASSERT_EQ(stale.size(), socketsOfAnAgent);
   first.kill();
   Agent second(home);
   ASSERT_TRUE(second.hasStarted());
-  for (const std::string& path : socketsOf("LaunchCall")) {
-    EXPECT_EQ(std::count(stale.begin(), stale.end(), path), 0) << path;
+  const std::vector<std::string> present = namesIn("/run/ombrix");
+  EXPECT_EQ(present.size(), socketsOfAnAgent);
+  for (const std::string& name : present) {
+    EXPECT_EQ(std::count(stale.begin(), stale.end(), name), 0) << name;
   }
   EXPECT_EQ(second.stop(), 0);
 }
