@@ -15,7 +15,7 @@ void reportUnobservableOnce() {
   static bool reported = false;
   if (std::exchange(reported, true)) return;
   systemLog(
-      "No notifications can be received: this session has no distributed notification center. "
+      "No notifications can be received: there is no distributed notification center here. "
       "Commands will not reach this process.");
 }
 
