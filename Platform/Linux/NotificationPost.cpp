@@ -96,7 +96,7 @@ class Post {
 
  private:
   // Answers are awaited only from those who are heeded: a stranger could make this process wait.
-  Delivery tryDelivery(const Target& target) const {
+  [[nodiscard]] Delivery tryDelivery(const Target& target) const {
     const Delivery delivery = deliver(target, notification);
     if (delivery == Delivery::done && target.trusted) {
       answersUntil = steady_clock::now() + timeForAnswers;
