@@ -50,7 +50,7 @@ class ProcessManager {
   // Acts on one power message and acknowledges it with `argument` where it waits for that.
   void powerMessageReceived(std::uint32_t messageType, void* argument);
 
-  // Does nothing; kept for subclasses of old that called it.
+  // Does nothing, and nothing calls it: listening begins in the constructor.
   void setupEventListener();
 
  private:
