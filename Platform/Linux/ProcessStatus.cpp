@@ -45,31 +45,39 @@ std::optional<UserId> effectiveOf(std::string_view userIds) {
   return number(takeUntil('\t', userIds));
 }
 
+// The text behind `field`, which is the beginning of `line`; nothing when it is not.
+std::optional<std::string_view> valueOf(std::string_view field, std::string_view line) {
+  if (!line.starts_with(field)) return std::nullopt;
+  return line.substr(field.size());
+}
+
 }  // namespace
 
 std::optional<ProcessStatus> parseProcessStatus(std::string_view status) {
   ProcessStatus parsed;
-  bool hasName = false;
+  std::optional<std::string> name;
   std::optional<UserId> user;
-  while (!status.empty()) {
-    // A line that was cut off could show half a number.
-    if (status.find('\n') == std::string_view::npos) break;
-    std::string_view value = takeUntil('\n', status);
-    const std::string_view field = takeUntil('\t', value);
-    if (field == "Name:") {
-      parsed.commandName = unescaped(value);
-      hasName = true;
-    } else if (field == "State:") {
-      if (value.starts_with('Z') || value.starts_with('X')) parsed.kernelThread = false;
-    } else if (field == "Uid:") {
-      user = effectiveOf(value);
-    } else if (field == "VmSize:") {
+  // A line without its end was cut off and could show half a number. The kernel writes what is
+  // asked for here early, before dozens of lines that a poll of thousands has no time for.
+  bool settled = false;
+  while (!settled && status.find('\n') != std::string_view::npos) {
+    const std::string_view line = takeUntil('\n', status);
+    if (const auto text = valueOf("Name:\t", line)) {
+      name = unescaped(*text);
+    } else if (const auto state = valueOf("State:\t", line)) {
+      if (state->starts_with('Z') || state->starts_with('X')) parsed.kernelThread = false;
+    } else if (const auto users = valueOf("Uid:\t", line)) {
+      user = effectiveOf(*users);
+    } else if (const auto flag = valueOf("Kthread:\t", line)) {
+      parsed.kernelThread = *flag == "1";
+      settled = true;
+    } else if (line.starts_with("VmSize:")) {
       parsed.kernelThread = false;
-    } else if (field == "Kthread:") {
-      parsed.kernelThread = value == "1";
+      settled = true;
     }
   }
-  if (!hasName || !user) return std::nullopt;
+  if (!name || !user) return std::nullopt;
+  parsed.commandName = std::move(*name);
   parsed.effectiveUserId = *user;
   return parsed;
 }
