@@ -57,23 +57,20 @@ ProcessManager::~ProcessManager() { deinitSystemEventListener(); }
 
 ProcessSet ProcessManager::refreshAndGetStopped() {
   updateProcessList();
-  ProcessSet stopped;
-  std::erase_if(processList, [&stopped](const auto& entry) {
-    const std::shared_ptr<ProcessData>& record = entry.second;
-    if (record->activeFlag()) return false;
+  ProcessSet stopped = processList.takeUnseen();
+  for (const auto& record : stopped) {
+    record->setActiveFlag(false);
     stampStop(*record);
-    stopped.push_back(record);
-    return true;
-  });
+  }
   return stopped;
 }
 
 ProcessSet ProcessManager::getAllProcessesAsStopped() {
   ProcessSet all;
   all.reserve(processList.size());
-  for (const auto& [processId, record] : processList) {
-    stampStop(*record);
-    all.push_back(record);
+  for (const auto& slot : processList) {
+    stampStop(*slot.record);
+    all.push_back(slot.record);
   }
   return all;
 }
@@ -83,14 +80,14 @@ void ProcessManager::resetProcessList() { processList.clear(); }
 void ProcessManager::setupEventListener() {}
 
 void ProcessManager::updateProcessList() {
-  for (const auto& [processId, record] : processList) record->setActiveFlag(false);
-
+  processList.beginPoll();
   if (kernelList.fetch()) {
     platform::ExecutablePath path{};
     UserNames userNames;
     const std::size_t count = kernelList.processIds().size();
     for (std::size_t index = 0; index < count; ++index) markOrAdd(index, path, userNames);
   }
+  processList.endPoll();
 
   platform::systemLog("Number of registered processes: " + std::to_string(processList.size()));
   if (processList.size() < fewestPlausibleProcesses) {
@@ -105,10 +102,7 @@ void ProcessManager::markOrAdd(std::size_t index, platform::ExecutablePath& path
                                UserNames& userNames) {
   const platform::ProcessId processId = kernelList.processIds()[index];
   // A known id is not looked at again: one that was reused since the last poll continues the run.
-  if (const auto known = processList.find(processId); known != processList.end()) {
-    known->second->setActiveFlag(true);
-    return;
-  }
+  if (processList.markSeen(processId)) return;
   const std::optional<platform::ProcessEntry> entry = kernelList.entry(index);
   if (!entry) return;
   if (platform::executablePath(processId, path) == platform::PathResult::processGone) return;
@@ -121,7 +115,7 @@ void ProcessManager::markOrAdd(std::size_t index, platform::ExecutablePath& path
   record->setUserName(utf8OrNothing(nameOfUser(entry->effectiveUserId, userNames)));
   record->setStartTime(platform::currentDate());
   record->setStartTick(platform::approximateTicks());
-  processList.emplace(processId, std::move(record));
+  processList.add(processId, std::move(record));
 }
 
 }  // namespace ombrix

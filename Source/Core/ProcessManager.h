@@ -5,10 +5,10 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 
 #include "Platform/ProcessList.h"
 #include "Platform/SystemPower.h"
+#include "Source/Core/ProcessTable.h"
 #include "Source/data/ProcessData.h"
 
 // The table of every process that runs on the machine, of any user and from any folder. Successive
@@ -60,7 +60,7 @@ class ProcessManager {
   void markOrAdd(std::size_t index, platform::ExecutablePath& path, UserNames& userNames);
   void systemHasPoweredOn();
 
-  std::unordered_map<platform::ProcessId, std::shared_ptr<ProcessData>> processList;
+  ProcessTable processList;
   double sleepStartTime = 0.0;  // on the scale of platform::absoluteTime(); 0.0: no sleep pending
   platform::PowerConnection root_port = 0;
   platform::PowerNotifier notifier = 0;

@@ -53,8 +53,8 @@ void ProcessManager::systemHasPoweredOn() {
   sleepStartTime = 0.0;
   const auto added = static_cast<std::uint32_t>(minutes);
   if (added == 0) return;
-  for (const auto& [processId, record] : processList) {
-    record->setPausedMinutes(record->pausedMinutes() + added);
+  for (const auto& slot : processList) {
+    slot.record->setPausedMinutes(slot.record->pausedMinutes() + added);
   }
 }
 

@@ -12,6 +12,7 @@ set(core_test_sources
   ProcessDataTest.cpp
   ProcessDetailsTest.cpp
   ProcessManagerTest.cpp
+  ProcessTableTest.cpp
   ShutdownTest.cpp
   SleepTrackingTest.cpp
   UtilityTestSupport.cpp)
