@@ -10,6 +10,7 @@ set(port_sources
   Linux/NotificationPost.cpp
   Linux/NotificationSockets.cpp
   Linux/ProcessList.cpp
+  Linux/ProcessMemory.cpp
   Linux/ProcessStatus.cpp
   Linux/RunLoop.cpp
   Linux/RuntimeDirectory.cpp

@@ -10,6 +10,7 @@ set(port_sources
   macOS/NotificationObserver.cpp
   macOS/NotificationPost.cpp
   macOS/ProcessList.cpp
+  macOS/ProcessMemory.cpp
   macOS/RunLoop.cpp
   macOS/SystemLog.cpp
   macOS/SystemPower.cpp)

@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "Platform/Clock.h"
+#include "Platform/ProcessMemory.h"
 #include "Platform/RunLoop.h"
 #include "Source/Core/ClientSetup.h"
 #include "Utilities/DateFormatter.h"
@@ -84,12 +86,14 @@ int MeteringManager::startMetering() {
   }
   createDirectories();
 
+  bool settled = false;
   platform::Date lastDate = platform::currentDate();
   for (;;) {
     writeMeteringData(procMan->refreshAndGetStopped());
     const bool newDay = !onSameDay(lastDate, platform::currentDate());
     const platform::Date cycleDate = platform::currentDate();
     if (newDay) closeRunsOfPreviousDay();
+    if (!std::exchange(settled, true)) platform::releaseStartupMemory();
     const bool waited = platform::runLoopRunOnce(pollInterval);
     if (endRequested()) break;
     lastDate = cycleDate;

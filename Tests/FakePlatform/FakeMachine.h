@@ -69,6 +69,7 @@ class FakeMachine {
   bool digestFails = false;
   bool randomFails = false;
   std::uint32_t nextRandomNumber = 1;  // counts up by itself
+  int memoryReleases = 0;
 
   // --- Notifications ---------------------------------------------------------------------------
   enum class Poster { ownUser, stranger };

@@ -7,6 +7,7 @@
 #include "Platform/HostName.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/ProcessList.h"
+#include "Platform/ProcessMemory.h"
 #include "Platform/RandomNumber.h"
 #include "Platform/RunLoop.h"
 #include "Platform/SystemLog.h"
@@ -62,7 +63,7 @@ PathResult executablePath(ProcessId processId, ExecutablePath& path) {
   return PathResult::processGone;
 }
 
-// --- UserDirectory.h, HostName.h, RandomNumber.h, Digest.h ---------------------------------------
+// --- UserDirectory.h, HostName.h, RandomNumber.h, Digest.h, ProcessMemory.h ---------------------
 
 std::optional<std::string> userName(UserId userId) {
   FakeMachine& machine = FakeMachine::current();
@@ -93,6 +94,8 @@ std::optional<Sha1Digest> sha1(std::string_view bytes) {
   }
   return digest;
 }
+
+void releaseStartupMemory() { ++FakeMachine::current().memoryReleases; }
 
 // --- Clock.h -------------------------------------------------------------------------------------
 

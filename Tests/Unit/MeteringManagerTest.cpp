@@ -147,6 +147,18 @@ TEST(MeteringManager, PollsAtOnceAndThenAfterEachWait) {
   EXPECT_THAT(fetchesBeforeWaits, ElementsAre(1, 2, 3));
 }
 
+TEST(MeteringManager, MemoryOfTheStartIsReleasedOnceAfterTheFirstPoll) {
+  MeteringBench bench;
+  std::vector<int> releasesSeen;
+  for (int wait = 0; wait < 2; ++wait) {
+    bench.machine.waits.emplace_back(
+        [&] { releasesSeen.push_back(bench.machine.memoryReleases * 10 + bench.machine.fetches); });
+  }
+  MeteringManager engine(&bench.store);
+  engine.startMetering();
+  EXPECT_THAT(releasesSeen, ElementsAre(11, 12));
+}
+
 TEST(MeteringManager, EachWaitLastsAMinuteAtMost) {
   MeteringBench bench;
   bench.machine.waits.resize(2, [] {});
