@@ -45,10 +45,12 @@ std::optional<UserId> effectiveOf(std::string_view userIds) {
   return number(takeUntil('\t', userIds));
 }
 
-// The text behind `field`, which is the beginning of `line`; nothing when it is not.
-std::optional<std::string_view> valueOf(std::string_view field, std::string_view line) {
-  if (!line.starts_with(field)) return std::nullopt;
-  return line.substr(field.size());
+// The text behind `field`, which is the beginning of `line`; nothing when it is not. Of a literal,
+// so that the compiler makes a comparison of one or two words of it.
+template <std::size_t size>
+std::optional<std::string_view> valueOf(const char (&field)[size], std::string_view line) {
+  if (!line.starts_with(std::string_view(field, size - 1))) return std::nullopt;
+  return line.substr(size - 1);
 }
 
 }  // namespace
