@@ -3,12 +3,10 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string>
-#include <vector>
 
+#include "Benchmarks/FinishedRun.h"
 #include "Benchmarks/Floor.h"
-#include "Platform/Clock.h"
 #include "Source/Core/MeteringManager.h"
 #include "Utilities/Configuration/ConfigurationManager.h"
 
@@ -29,17 +27,6 @@ std::string newFolder(std::size_t files) {
   }
   for (std::size_t i = 0; i < files; ++i) writeFile(path + "/" + std::to_string(i), {});
   return path;
-}
-
-std::shared_ptr<ProcessData> finishedRun() {
-  auto run = std::make_shared<ProcessData>();
-  run->setProcessName("report-editor");
-  run->setPath("/usr/lib/report-editor");
-  run->setUserName("operator");
-  run->setStartTime(platform::currentDate());
-  run->setStopTime(*run->startTime() + std::chrono::minutes(5));
-  run->setStopTick(300'000'000'000);
-  return run;
 }
 
 // What the record of finishedRun() holds, in bytes.
