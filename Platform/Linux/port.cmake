@@ -14,6 +14,7 @@ set(port_sources
   Linux/ProcessStatus.cpp
   Linux/RunLoop.cpp
   Linux/RuntimeDirectory.cpp
+  Linux/ServiceManager.cpp
   Linux/SleepMessages.cpp
   Linux/SystemLog.cpp
   Linux/SystemPower.cpp)

@@ -12,6 +12,7 @@ set(port_sources
   macOS/ProcessList.cpp
   macOS/ProcessMemory.cpp
   macOS/RunLoop.cpp
+  macOS/ServiceManager.cpp
   macOS/SystemLog.cpp
   macOS/SystemPower.cpp)
 

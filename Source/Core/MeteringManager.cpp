@@ -11,6 +11,7 @@
 #include "Platform/Clock.h"
 #include "Platform/ProcessMemory.h"
 #include "Platform/RunLoop.h"
+#include "Platform/ServiceManager.h"
 #include "Source/Core/ClientSetup.h"
 #include "Utilities/DateFormatter.h"
 #include "Utilities/FileUtils.h"
@@ -90,6 +91,7 @@ int MeteringManager::startMetering() {
   platform::Date lastDate = platform::currentDate();
   for (;;) {
     writeMeteringData(procMan->refreshAndGetStopped());
+    platform::reportReady();
     const bool newDay = !onSameDay(lastDate, platform::currentDate());
     const platform::Date cycleDate = platform::currentDate();
     if (newDay) closeRunsOfPreviousDay();

@@ -82,4 +82,11 @@ int bindSocket(const std::string& path) {
   return bound.release();
 }
 
+std::optional<std::string> takeDatagram(int descriptor) {
+  std::array<char, 256> bytes{};
+  const ssize_t length = ::recv(descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT);
+  if (length < 0) return std::nullopt;
+  return std::string(bytes.data(), static_cast<std::size_t>(length));
+}
+
 }  // namespace ombrix::tests

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,11 @@ int sendDatagram(const std::string& path, const std::string& bytes);
 // The same with an open descriptor in it.
 int sendDatagramWithDescriptor(const std::string& path, const std::string& bytes, int descriptor);
 
-// Binds a socket at `path` that nobody ever reads. Returns its descriptor, which the caller lets
-// lie, or -1.
+// Binds a socket at `path` that nobody reads but the caller. Returns its descriptor, which the
+// caller lets lie, or -1.
 int bindSocket(const std::string& path);
+
+// The oldest datagram that waits on a bound socket; nothing when none does.
+[[nodiscard]] std::optional<std::string> takeDatagram(int descriptor);
 
 }  // namespace ombrix::tests

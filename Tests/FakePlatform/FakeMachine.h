@@ -64,6 +64,10 @@ class FakeMachine {
   [[nodiscard]] bool logged(std::string_view message) const;
   [[nodiscard]] int timesLogged(std::string_view message) const;
 
+  // --- Service manager -------------------------------------------------------------------------
+  // How often the agent had fetched the list when it first reported that it was ready.
+  std::optional<int> fetchesWhenReady;
+
   // --- Small things ----------------------------------------------------------------------------
   std::string hostName = "testbench";
   bool digestFails = false;

@@ -10,6 +10,7 @@
 #include "Platform/ProcessMemory.h"
 #include "Platform/RandomNumber.h"
 #include "Platform/RunLoop.h"
+#include "Platform/ServiceManager.h"
 #include "Platform/SystemLog.h"
 #include "Platform/SystemPower.h"
 #include "Platform/UserDirectory.h"
@@ -175,6 +176,13 @@ bool runLoopRunOnce(std::chrono::milliseconds limit) {
 
 void endWaitOnSignal(int signalNumber) {
   FakeMachine::current().signalsThatEndTheWait.push_back(signalNumber);
+}
+
+// --- ServiceManager.h ----------------------------------------------------------------------------
+
+void reportReady() {
+  FakeMachine& machine = FakeMachine::current();
+  if (!machine.fetchesWhenReady) machine.fetchesWhenReady = machine.fetches;
 }
 
 // --- SystemPower.h -------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 
 #include "Source/Core/ClientSetup.h"
 #include "Source/Core/MeteringManager.h"
@@ -157,6 +158,15 @@ TEST(MeteringManager, MemoryOfTheStartIsReleasedOnceAfterTheFirstPoll) {
   MeteringManager engine(&bench.store);
   engine.startMetering();
   EXPECT_THAT(releasesSeen, ElementsAre(11, 12));
+}
+
+TEST(MeteringManager, ReportsReadyBetweenTheFirstPollAndTheFirstWait) {
+  MeteringBench bench;
+  std::optional<int> fetchesWhenReady;
+  bench.machine.waits.emplace_back([&] { fetchesWhenReady = bench.machine.fetchesWhenReady; });
+  MeteringManager engine(&bench.store);
+  engine.startMetering();
+  EXPECT_EQ(fetchesWhenReady, 1);
 }
 
 TEST(MeteringManager, EachWaitLastsAMinuteAtMost) {

@@ -1,0 +1,7 @@
+#include "Platform/ServiceManager.h"
+
+namespace ombrix::platform {
+
+void reportReady() {}
+
+}  // namespace ombrix::platform
