@@ -16,6 +16,8 @@ namespace ombrix::platform {
 // Whose posts an observer hears, where the system can tell (macOS cannot: there, everyone's).
 enum class Posters {
   rootAndOwnUser,
+  // Also the agent of the whole machine, where root has let another user run it.
+  trustedAgents,
   everyone,
 };
 

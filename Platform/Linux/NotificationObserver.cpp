@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "Platform/FileDescriptor.h"
+#include "Platform/Linux/Announcement.h"
 #include "Platform/Linux/EventLoop.h"
 #include "Platform/Linux/NotificationSockets.h"
 #include "Platform/Linux/RuntimeDirectory.h"
@@ -232,6 +233,7 @@ struct NotificationObserver::Registration {
   std::function<void()> received;
   std::optional<ReceivingSocket> own;
   std::optional<ReceivingSocket> strangers;
+  std::optional<AnnouncementWatch> announcements;
 };
 
 NotificationObserver::NotificationObserver(std::string name, Posters posters,
@@ -244,7 +246,10 @@ NotificationObserver::NotificationObserver(std::string name, Posters posters,
     manner.notBefore = answersExpectedUntil();
   }
   registration->listen(notification, manner, registration->own);
-  if (posters == Posters::rootAndOwnUser) return;
+  if (posters == Posters::trustedAgents) {
+    registration->announcements.emplace(notification, registration->received);
+  }
+  if (posters != Posters::everyone) return;
   manner.forStrangers = true;
   registration->listen(notification, manner, registration->strangers);
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Platform/FileDescriptor.h"
+#include "Platform/Linux/Announcement.h"
 #include "Platform/Linux/NotificationSockets.h"
 #include "Platform/Linux/RuntimeDirectory.h"
 #include "Platform/Linux/SocketAddress.h"
@@ -44,6 +45,7 @@ enum class Delivery { done, queueFull, ownerGone, notForUs };
 struct Target {
   FileDescriptor entry;
   bool trusted = false;
+  bool heeded = false;     // its answer would be
   bool addressed = false;  // otherwise it is only looked at whether anybody owns it still
 };
 
@@ -98,7 +100,7 @@ class Post {
   // Answers are awaited only from those who are heeded: a stranger could make this process wait.
   [[nodiscard]] Delivery tryDelivery(const Target& target) const {
     const Delivery delivery = deliver(target, notification);
-    if (delivery == Delivery::done && target.trusted) {
+    if (delivery == Delivery::done && target.heeded) {
       answersUntil = steady_clock::now() + timeForAnswers;
     }
     return delivery;
@@ -108,6 +110,7 @@ class Post {
                const SocketName& name) {
     Target target;
     target.trusted = directory.trusted;
+    target.heeded = directory.trusted || directory.ofMachineAgent;
     target.entry = FileDescriptor(
         ::openat(directory.descriptor.get(), fileName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
@@ -137,6 +140,7 @@ void postNotification(std::string_view name) {
   Post post(name);
   for (const RuntimeDirectory& directory : searchedRuntimeDirectories()) post.visit(directory);
   post.finish();
+  announce(name);
 }
 
 }  // namespace ombrix::platform

@@ -61,6 +61,10 @@ std::optional<RuntimeDirectory> open(const std::string& path, uid_t owner) {
   return RuntimeDirectory{std::move(descriptor), owner, trusted};
 }
 
+bool isWritable(const RuntimeDirectory& directory) {
+  return ::faccessat(directory.descriptor.get(), ".", W_OK, AT_EACCESS) == 0;
+}
+
 // True when nobody else can replace what this user makes in the directory at `path`. Root, for one,
 // may have been given the session of another user by sudo(8).
 bool isSafeParent(const std::string& path) {
@@ -78,9 +82,8 @@ std::optional<RuntimeDirectory> openOrMake(const std::string& path, mode_t mode)
   auto directory = open(path, ::geteuid());
   // The umask of whoever started the agent is not to close the machine's directory to its users.
   if (made && directory) ::fchmod(directory->descriptor.get(), mode);
-  if (directory && ::faccessat(directory->descriptor.get(), ".", W_OK, AT_EACCESS) != 0) {
-    return std::nullopt;  // on a file system that is mounted read-only
-  }
+  // It may be on a file system that is mounted read-only.
+  if (directory && !isWritable(*directory)) return std::nullopt;
   return directory;
 }
 
@@ -110,8 +113,10 @@ std::vector<std::pair<std::string, uid_t>> directoriesOfOtherUsers() {
 class Search {
  public:
   void add(const std::string& path, uid_t owner) {
-    if (!seen.insert(path).second) return;
-    if (auto directory = open(path, owner)) found.push_back(std::move(*directory));
+    if (seen.insert(path).second) add(open(path, owner));
+  }
+  void add(std::optional<RuntimeDirectory> directory) {
+    if (directory) found.push_back(std::move(*directory));
   }
   std::vector<RuntimeDirectory> take() { return std::move(found); }
 
@@ -126,10 +131,22 @@ std::optional<RuntimeDirectory> ownRuntimeDirectory() {
   constexpr mode_t visibleToAll = 0755;
   constexpr mode_t privateToUser = 0700;
   if (auto directory = openOrMake(machineDirectory, visibleToAll)) return directory;
+  if (auto directory = machineAgentDirectory();
+      directory && directory->owner == ::geteuid() && isWritable(*directory)) {
+    return directory;
+  }
   for (const std::string& candidate : ownCandidates()) {
     if (auto directory = openOrMake(candidate, privateToUser)) return directory;
   }
   return std::nullopt;
+}
+
+std::optional<RuntimeDirectory> machineAgentDirectory() {
+  struct stat status {};
+  if (!open(machineDirectory, 0) || ::lstat(machineAgentPath, &status) != 0) return std::nullopt;
+  auto directory = open(machineAgentPath, status.st_uid);
+  if (directory) directory->ofMachineAgent = true;
+  return directory;
 }
 
 std::vector<RuntimeDirectory> searchedRuntimeDirectories() {
@@ -140,6 +157,7 @@ std::vector<RuntimeDirectory> searchedRuntimeDirectories() {
   const bool machineTrusted = machine.st_uid == 0 || machine.st_uid == ::geteuid();
   if (machineHasOne && machineTrusted) search.add(machineDirectory, machine.st_uid);
   for (const std::string& path : ownCandidates()) search.add(path, ::geteuid());
+  search.add(machineAgentDirectory());
   if (!isRoot) return search.take();
 
   if (machineHasOne && !machineTrusted) search.add(machineDirectory, machine.st_uid);

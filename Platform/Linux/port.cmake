@@ -1,6 +1,7 @@
 set(port_pure_sources Linux/Text.cpp)
 set(port_sources
   ${port_pure_sources}
+  Linux/Announcement.cpp
   Linux/Clock.cpp
   Linux/Digest.cpp
   Linux/ExecutablePath.cpp

@@ -25,7 +25,7 @@ namespace {
 // The order is the design: an answer cannot be missed, since its observer is there before the call;
 // and the agent does not answer itself, since it hears calls only after its own.
 ClientSetup::ClientSetup() {
-  responseObserver.emplace(Notification::launchResponse, platform::Posters::rootAndOwnUser,
+  responseObserver.emplace(Notification::launchResponse, platform::Posters::trustedAgents,
                            [this] { receiveResponseNotification(); });
   platform::postNotification(Notification::launchCall);
   callObserver.emplace(Notification::launchCall, platform::Posters::everyone,

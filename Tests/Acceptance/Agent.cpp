@@ -95,8 +95,8 @@ bool Agent::pollUntil(const std::function<bool()>& condition) const {
 std::string Agent::socketOf(const std::string& notification) const {
   const std::string own = std::to_string(user);
   const std::string mark = std::string(".").append(std::to_string(id())).append(".");
-  for (const std::string& folder :
-       {std::string("/run/ombrix"), "/run/user/" + own + "/ombrix", "/tmp/ombrix-" + own}) {
+  for (const std::string& folder : {std::string("/run/ombrix"), std::string("/run/ombrix/agent"),
+                                    "/run/user/" + own + "/ombrix", "/tmp/ombrix-" + own}) {
     for (const std::string& path : socketsOf(notification, folder)) {
       if (contains(path, mark) && !path.ends_with(".public")) return path;
     }

@@ -8,6 +8,18 @@ namespace {
 
 FakeMachine* currentMachine = nullptr;
 
+bool isHeard(FakeMachine::Poster poster, platform::Posters heard) {
+  switch (poster) {
+    case FakeMachine::Poster::ownUser:
+      return true;
+    case FakeMachine::Poster::machineAgent:
+      return heard != platform::Posters::rootAndOwnUser;
+    case FakeMachine::Poster::stranger:
+      return heard == platform::Posters::everyone;
+  }
+  return false;
+}
+
 }  // namespace
 
 FakeMachine::FakeMachine() { currentMachine = this; }
@@ -53,8 +65,7 @@ void FakeMachine::sendPowerMessage(std::uint32_t messageType, std::uintptr_t arg
 
 void FakeMachine::post(std::string_view name, Poster poster) {
   for (const Observer* observer : observers) {
-    if (observer->name != name) continue;
-    if (poster == Poster::stranger && observer->posters != platform::Posters::everyone) continue;
+    if (observer->name != name || !isHeard(poster, observer->posters)) continue;
     pending.push_back({observer, 0, 0});
   }
 }

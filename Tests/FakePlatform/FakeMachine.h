@@ -76,7 +76,7 @@ class FakeMachine {
   int memoryReleases = 0;
 
   // --- Notifications ---------------------------------------------------------------------------
-  enum class Poster { ownUser, stranger };
+  enum class Poster { ownUser, machineAgent, stranger };
   // As if another process had posted it; delivered in the run loop.
   void postFromOutside(const std::string& name, Poster poster = Poster::ownUser);
   std::vector<std::string> posted;                               // by the agent itself

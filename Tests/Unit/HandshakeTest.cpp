@@ -112,6 +112,13 @@ TEST(Handshake, ResponseEndsTheAgent) {
   EXPECT_THAT(tests::logLines(), ElementsAre(std::string("[Alert]\t") + alreadyRunning));
 }
 
+TEST(Handshake, ResponseOfTheMachinesAgentEndsTheAgent) {
+  FakeMachine machine;
+  const ClientSetup setup;
+  machine.postFromOutside(Notification::launchResponse, FakeMachine::Poster::machineAgent);
+  EXPECT_EXIT(deliverAll(machine), ExitedWithCode(1), HasSubstr(alreadyRunning));
+}
+
 TEST(Handshake, ResponseThatCameBeforeTheRunLoopRanIsNotMissed) {
   FakeMachine machine;
   // The agent that runs already; it answers as soon as its run loop hears the call.

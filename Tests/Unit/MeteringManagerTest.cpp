@@ -45,6 +45,14 @@ TEST(MeteringManager, FreshEngineObservesStopAndThenList) {
   EXPECT_THAT(bench.machine.observedNames(), ElementsAre(Notification::stop, Notification::list));
 }
 
+TEST(MeteringManager, MachinesAgentIsNoOneToStopOrList) {
+  MeteringBench bench;
+  const MeteringManager engine(&bench.store);
+  bench.machine.postFromOutside(Notification::stop, FakeMachine::Poster::machineAgent);
+  bench.machine.postFromOutside(Notification::list, FakeMachine::Poster::machineAgent);
+  EXPECT_FALSE(bench.machine.deliverOne());
+}
+
 TEST(MeteringManager, StopAndListHaveTheNamesThatCommandsPost) {
   EXPECT_STREQ(Notification::stop, "com.velkworks.Ombrix2.Stop");
   EXPECT_STREQ(Notification::list, "com.velkworks.Ombrix2.List");

@@ -21,6 +21,8 @@ namespace ombrix::tests {
 namespace {
 
 using platform::FileDescriptor;
+using platform::machineAgentDirectory;
+using platform::machineAgentPath;
 using platform::namesIn;
 using platform::ownRuntimeDirectory;
 using platform::RuntimeDirectory;
@@ -178,6 +180,67 @@ TEST(RuntimeDirectory, OfAnOrdinaryUserIsHisOwn) {
   });
   if (result == 77) GTEST_SKIP() << "needs several users";
   EXPECT_EQ(result, 0);
+}
+
+// As a package sets it up: in the machine's directory, one for the user who runs its agent.
+class MachineAgentDirectory : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!hasSeveralUsers()) GTEST_SKIP() << "needs several users";
+    makeDirectory(machineDirectory, 0755);
+    makeDirectory(machineAgentPath, 0755, strangerUser);
+  }
+};
+
+TEST_F(MachineAgentDirectory, IsUsedByItsOwner) {
+  EXPECT_EQ(exitStatusInChild(
+                [] { return becomeUser(strangerUser) && ownPath() == machineAgentPath ? 0 : 1; }),
+            0);
+}
+
+TEST_F(MachineAgentDirectory, IsNotUsedByRootOrAnybodyElse) {
+  EXPECT_EQ(ownPath(), machineDirectory);
+  EXPECT_EQ(
+      exitStatusInChild([] { return becomeUser(4711) && ownPath() == "/tmp/ombrix-4711" ? 0 : 1; }),
+      0);
+}
+
+TEST_F(MachineAgentDirectory, IsSearchedByEverybodyAndTrustedByItsOwner) {
+  for (const uid_t user : {uid_t{0}, uid_t{4711}, strangerUser}) {
+    EXPECT_EQ(exitStatusInChild([user] {
+                if (user != 0 && !becomeUser(user)) return 1;
+                const auto directories = searchedRuntimeDirectories();
+                if (directories.size() != 2 || pathOf(directories[1]) != machineAgentPath) return 2;
+                if (!directories[1].ofMachineAgent || directories[0].ofMachineAgent) return 3;
+                return directories[1].trusted == (user == strangerUser) ? 0 : 4;
+              }),
+              0)
+        << user;
+  }
+}
+
+TEST_F(MachineAgentDirectory, IsNoneThatSomebodyElseMayWriteTo) {
+  for (const mode_t mode : {0775U, 0757U, 01777U}) {
+    ASSERT_EQ(::chmod(machineAgentPath, mode), 0);
+    EXPECT_FALSE(machineAgentDirectory()) << mode;
+  }
+}
+
+TEST_F(MachineAgentDirectory, IsNoneInADirectoryThatIsNotRootsOwn) {
+  ASSERT_EQ(::chown(machineDirectory, strangerUser, strangerUser), 0);
+  EXPECT_FALSE(machineAgentDirectory());
+}
+
+TEST_F(MachineAgentDirectory, IsNoneInADirectoryThatOthersMayWriteTo) {
+  ASSERT_EQ(::chmod(machineDirectory, 01777), 0);
+  EXPECT_FALSE(machineAgentDirectory());
+}
+
+TEST_F(MachineAgentDirectory, IsNeverALink) {
+  ASSERT_EQ(::rmdir(machineAgentPath), 0);
+  makeDirectory("/tmp/trap", 0755, strangerUser);
+  ASSERT_EQ(::symlink("/tmp/trap", machineAgentPath), 0);
+  EXPECT_FALSE(machineAgentDirectory());
 }
 
 TEST(SearchedRuntimeDirectories, AreNoneWhereNobodyHasMadeAny) {
