@@ -206,6 +206,14 @@ TEST_F(ConfigurationDocumentTest, BytesOfNoTextAreNoneOfAWellFormedFile) {
   }
 }
 
+TEST_F(ConfigurationDocumentTest, BytesThatAreNotUtf8AreAnEmptyValueWhenRepaired) {
+  const auto found = parse("<a><b k='caf\xE9'>in\xFFo</b></a>", Reading::repaired);
+
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->firstChild("/a/b").value, "");
+  EXPECT_EQ(found->attribute("/a/b", "k").value, "");
+}
+
 TEST_F(ConfigurationDocumentTest, WhatFollowsANulByteIsNeverPartOfAValue) {
   using std::string_literals::operator""s;
   EXPECT_THAT(levelOf(document("in\0fo"s)), Not(HasSubstr("fo")));

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Utilities/FileUtils.h"
+#include "Utilities/Text.h"
 
 namespace ombrix {
 
@@ -30,9 +31,10 @@ using Text = std::unique_ptr<xmlChar, StringDeleter>;
 
 const xmlChar* bytes(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
 
+// What is left of a damaged file may be no text at all; nobody is to find its bytes in a log.
 std::optional<std::string> toString(const Text& text) {
   if (!text) return std::nullopt;
-  return std::string(reinterpret_cast<const char*>(text.get()));
+  return utf8OrNothing(reinterpret_cast<const char*>(text.get())).value_or("");
 }
 
 std::string trimmed(std::string_view text) {

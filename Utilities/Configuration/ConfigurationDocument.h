@@ -24,10 +24,11 @@ class ConfigurationDocument {
   [[nodiscard]] static std::optional<ConfigurationDocument> parse(const std::string& path,
                                                                   Reading reading);
 
-  // A text, or what there was instead.
+  // A text in UTF-8, or what there was instead.
   struct Answer {
-    bool oneNode = false;              // the query yielded exactly one node
-    std::optional<std::string> value;  // nothing when that node has no such attribute or child
+    bool oneNode = false;  // the query yielded exactly one node
+    // Nothing when that node has no such attribute or child, empty when it cannot be read as text.
+    std::optional<std::string> value;
   };
 
   // The attribute `name` of the one element that `query` yields.
