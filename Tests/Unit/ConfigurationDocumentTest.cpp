@@ -225,6 +225,17 @@ TEST_F(ConfigurationDocumentTest, ANameOfAnUnknownEncodingEndsNothing) {
       parse("<?xml version='1.0' encoding='nonsense'?><Configuration/>", Reading::asWritten));
 }
 
+TEST_F(ConfigurationDocumentTest, AnElementOfMoreAttributesThanAnyHasEndsTheFile) {
+  const auto withAttributes = [](int count) {
+    std::string attributes;
+    for (int i = 0; i < count; ++i) attributes += " a" + std::to_string(i) + "=''";
+    return "<Configuration" + attributes + "><Level>info</Level></Configuration>";
+  };
+
+  EXPECT_EQ(levelOf(withAttributes(256)), "info");
+  EXPECT_EQ(levelOf(withAttributes(257)), "no document");
+}
+
 // --- Files that reach out ------------------------------------------------------------------------
 
 TEST_F(ConfigurationDocumentTest, AnEntityOfAnotherFileIsNotRead) {

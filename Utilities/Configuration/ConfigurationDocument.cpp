@@ -1,5 +1,6 @@
 #include "Utilities/Configuration/ConfigurationDocument.h"
 
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
@@ -67,9 +68,25 @@ void refuseAttribute(void* parser, const xmlChar* /*element*/, const xmlChar* /*
   xmlStopParser(static_cast<xmlParserCtxtPtr>(parser));
 }
 
-void refuseDeclarations(xmlParserCtxt& parser) {
+// libxml2 looks for the end of an element's list of attributes whenever it adds one: a file made of
+// nothing else would keep the agent busy for seconds. A setting has two.
+constexpr int mostAttributes = 256;
+
+void beginElement(void* parser, const xmlChar* name, const xmlChar* prefix, const xmlChar* uri,
+                  int namespaceCount, const xmlChar** namespaces, int attributeCount,
+                  int defaultedCount, const xmlChar** attributes) {
+  if (attributeCount > mostAttributes) {
+    xmlStopParser(static_cast<xmlParserCtxtPtr>(parser));
+    return;
+  }
+  xmlSAX2StartElementNs(parser, name, prefix, uri, namespaceCount, namespaces, attributeCount,
+                        defaultedCount, attributes);
+}
+
+void refuseImmodesty(xmlParserCtxt& parser) {
   parser.sax->entityDecl = refuseEntity;
   parser.sax->attributeDecl = refuseAttribute;
+  parser.sax->startElementNs = beginElement;
 }
 
 // The one element that `query` yields, or null.
@@ -97,7 +114,7 @@ std::optional<ConfigurationDocument> ConfigurationDocument::parse(const std::str
   if (!parser) return std::nullopt;
 
   xmlSetExternalEntityLoader(loadNothing);
-  refuseDeclarations(*parser);
+  refuseImmodesty(*parser);
   const int options = commonOptions | (reading == Reading::repaired ? repairOptions : 0);
   Document document(xmlCtxtReadMemory(parser.get(), contents->data(),
                                       static_cast<int>(contents->size()), nullptr, nullptr,

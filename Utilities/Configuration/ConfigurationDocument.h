@@ -11,7 +11,7 @@ namespace ombrix {
 // An XML file in memory, and the two kinds of question that the configuration asks of it. The file
 // is taken for hostile: only an ordinary file of limited size is read, nothing outside it is ever
 // loaded, and a file that declares entities or default attributes, which can make little text into
-// very much, is none.
+// very much, is none. An element of hundreds of attributes ends the file.
 class ConfigurationDocument {
  public:
   static constexpr std::size_t maximumBytes = std::size_t{128} * 1024;
