@@ -12,6 +12,7 @@
 
 #include "Platform/FileDescriptor.h"
 #include "Platform/Linux/Announcement.h"
+#include "Platform/Linux/Datagram.h"
 #include "Platform/Linux/EventLoop.h"
 #include "Platform/Linux/NotificationSockets.h"
 #include "Platform/Linux/RuntimeDirectory.h"
@@ -47,19 +48,6 @@ struct Manner {
 
 enum class Reception { nothingLeft, heeded, ignored };
 
-// The user whom the kernel names as the sender of `message` (SCM_CREDENTIALS, unix(7)).
-std::optional<uid_t> senderOf(msghdr& message) {
-  for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr;
-       part = CMSG_NXTHDR(&message, part)) {
-    if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_CREDENTIALS) {
-      return reinterpret_cast<const ucred*>(CMSG_DATA(part))->uid;
-    }
-  }
-  return std::nullopt;
-}
-
-bool isTrusted(uid_t sender) { return sender == 0 || sender == ::geteuid(); }
-
 // Takes one datagram. There is room for the sender's credentials and for nothing else, so that
 // descriptors that come along are dropped by the kernel.
 Reception receive(int socket, std::string_view expected, bool fromAnyone) {
@@ -73,10 +61,9 @@ Reception receive(int socket, std::string_view expected, bool fromAnyone) {
   message.msg_controllen = control.size();
   const ssize_t length = ::recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
   if (length < 0) return Reception::nothingLeft;
-  const std::string_view text(bytes.data(), static_cast<std::size_t>(length));
-  if ((message.msg_flags & MSG_TRUNC) != 0 || text != expected) return Reception::ignored;
-  const std::optional<uid_t> sender = senderOf(message);
-  return sender && (fromAnyone || isTrusted(*sender)) ? Reception::heeded : Reception::ignored;
+  const Datagram datagram = datagramIn(message, static_cast<std::size_t>(length));
+  const bool heeded = isHeeded(datagram, expected, fromAnyone, ::geteuid());
+  return heeded ? Reception::heeded : Reception::ignored;
 }
 
 // One bound socket, its place in the event loop, and its name in the directory.

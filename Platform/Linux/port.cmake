@@ -3,6 +3,7 @@ set(port_sources
   ${port_pure_sources}
   Linux/Announcement.cpp
   Linux/Clock.cpp
+  Linux/Datagram.cpp
   Linux/Digest.cpp
   Linux/ExecutablePath.cpp
   Linux/HostName.cpp
