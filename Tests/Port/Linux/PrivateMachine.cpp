@@ -30,11 +30,15 @@ bool mountMemory(const std::string& folder, const char* options, unsigned long f
   return ::mount("tmpfs", folder.c_str(), "tmpfs", flags, options) == 0;
 }
 
-bool enterPrivateMachine() {
+bool enterPrivateNamespaces() {
   if (::unshare(ownNamespaces) != 0 && !enterUserNamespace()) return false;
+  return ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+bool enterPrivateMachine() {
   ::unsetenv("XDG_RUNTIME_DIR");
-  return ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mountMemory("/run", "mode=755") && mountMemory("/tmp", "mode=1777");
+  return enterPrivateNamespaces() && mountMemory("/run", "mode=755") &&
+         mountMemory("/tmp", "mode=1777");
 }
 
 }  // namespace ombrix::tests

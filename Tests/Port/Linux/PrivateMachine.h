@@ -7,8 +7,11 @@
 
 namespace ombrix::tests {
 
-// Moves this process into namespaces of its own with an empty /run and /tmp. Returns false where
-// the kernel gives it none.
+// Moves this process into namespaces of its own, in which what it mounts is nobody else's business.
+// Returns false where the kernel gives it none.
+[[nodiscard]] bool enterPrivateNamespaces();
+
+// The same, with an empty /run and /tmp.
 [[nodiscard]] bool enterPrivateMachine();
 
 // Hides `folder` behind a new file system in memory with these mount options and flags.
