@@ -3,6 +3,7 @@
 #include <regex>
 
 #include "Tests/Acceptance/Agent.h"
+#include "Tests/Acceptance/Crowd.h"
 #include "Tests/Acceptance/Wait.h"
 
 // The list of running processes that the agent writes on request.
@@ -13,14 +14,6 @@ namespace {
 
 // This test, its machine's process 1, and the agent.
 constexpr std::size_t everPresent = 3;
-
-std::size_t processesNow() {
-  std::size_t count = 0;
-  for (const std::string& name : namesIn("/proc")) {
-    if (name.find_first_not_of("0123456789") == std::string::npos) ++count;
-  }
-  return count;
-}
 
 // The list of an agent that started while `others` more processes ran.
 std::vector<std::string> listBeside(std::size_t others) {
