@@ -144,8 +144,12 @@ void FileUtils::createEmptyFile(const std::string& path) {
   if (existing.valid()) std::ignore = ::ftruncate(existing.get(), 0);
 }
 
+// A second name of somebody's file is as good a trap as a symbolic link to it.
 FileDescriptor FileUtils::openForAppending(const std::string& path) {
-  return openOrdinaryFile(path, O_WRONLY | O_APPEND | O_NOFOLLOW);
+  FileDescriptor file = openOrdinaryFile(path, O_WRONLY | O_APPEND | O_NOFOLLOW);
+  struct stat status {};
+  if (!file.valid() || ::fstat(file.get(), &status) != 0 || status.st_nlink > 1) return {};
+  return file;
 }
 
 bool FileUtils::append(const FileDescriptor& file, std::string_view contents) {

@@ -9,7 +9,7 @@
 #include "Platform/FileDescriptor.h"
 
 // What the agent asks of the file system. Stateless; no operation throws, and only those that say
-// so log anything. Nothing is ever written through a symbolic link.
+// so log anything. Nothing is ever written through a link, be it symbolic or hard.
 
 namespace ombrix {
 
@@ -49,7 +49,7 @@ class FileUtils {
   static void createEmptyFile(const std::string& path);
 
   // Opens an existing ordinary file; what is written goes to its end. Invalid when it is missing,
-  // a link, anything but an ordinary file, or may not be written.
+  // a link, anything but an ordinary file, has another name as well, or may not be written.
   [[nodiscard]] static platform::FileDescriptor openForAppending(const std::string& path);
 
   // Writes `contents` whole, or returns false and cuts the file back to what it was.

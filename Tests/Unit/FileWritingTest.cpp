@@ -212,6 +212,15 @@ TEST_F(FileWritingTest, OnlyAnOrdinaryFileIsOpenedForAppending) {
   EXPECT_TRUE(FileUtils::openForAppending("file").valid());
 }
 
+TEST_F(FileWritingTest, AFileWithAnotherNameIsNotOpenedForAppending) {
+  writeFile("victim", "precious");
+  std::filesystem::create_hard_link("victim", "log");
+
+  EXPECT_FALSE(FileUtils::openForAppending("log").valid());
+  std::filesystem::remove("victim");
+  EXPECT_TRUE(FileUtils::openForAppending("log").valid());
+}
+
 TEST_F(FileWritingTest, AFileThatMayNotBeWrittenIsNotOpened) {
   writeFile("file", "");
   ::chmod("file", 0444);
