@@ -92,6 +92,16 @@ bool Agent::pollUntil(const std::function<bool()>& condition) const {
   return eventually([&] { return poll() && condition(); });
 }
 
+// A poll that was under way when something happened may have seen it or not; the next one has.
+bool Agent::meterProgram(const std::string& name) const {
+  if (!hasStarted()) return false;
+  {
+    const Program program(idler("/tmp/tools/" + name));
+    if (!poll() || !poll()) return false;
+  }
+  return poll() && poll();
+}
+
 std::string Agent::socketOf(const std::string& notification) const {
   const std::string own = std::to_string(user);
   const std::string mark = std::string(".").append(std::to_string(id())).append(".");

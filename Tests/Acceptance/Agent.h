@@ -63,6 +63,9 @@ class Agent : public Program {
   // Makes it poll until `condition` holds.
   [[nodiscard]] bool pollUntil(const std::function<bool()>& condition) const;
 
+  // Lets a program of this name begin and end, and the agent see both.
+  [[nodiscard]] bool meterProgram(const std::string& name) const;
+
   // The folder in which its sockets lie; empty when there is none.
   [[nodiscard]] std::string runtimeFolder() const;
 

@@ -68,10 +68,11 @@ struct Executable {
   const char* builtAs;
   const char* name;
 };
-constexpr std::array<Executable, 4> executables = {{{OMBRIX_EXECUTABLE, "/Ombrix"},
+constexpr std::array<Executable, 5> executables = {{{OMBRIX_EXECUTABLE, "/Ombrix"},
                                                     {IDLER_EXECUTABLE, "/idler"},
                                                     {LOGIND_EXECUTABLE, "/LogindDouble"},
-                                                    {CLOCK_LIBRARY, "/libMovableClock.so"}}};
+                                                    {CLOCK_LIBRARY, "/libMovableClock.so"},
+                                                    {NAMES_LIBRARY, "/libPredictableNames.so"}}};
 
 // The build folder may lie in a folder that is about to be hidden, or be closed to other users, so
 // the executables are opened before and copied after.
