@@ -11,6 +11,7 @@
 #include "Source/ApplicationsFolder.h"
 #include "Source/CommandLine.h"
 #include "Source/Core/ClientSetup.h"
+#include "Utilities/MemoryShortage.h"
 
 namespace {
 
@@ -54,6 +55,7 @@ int execute(ombrix::Command command) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
+  ombrix::endInOrderWithoutMemory();
   ombrix::platform::secureProcessEnvironment();
   const ombrix::CommandLine commandLine =
       ombrix::readCommandLine(std::vector<std::string>(arguments, arguments + argumentCount));

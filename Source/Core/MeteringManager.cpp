@@ -4,6 +4,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <new>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -17,6 +18,7 @@
 #include "Utilities/FileUtils.h"
 #include "Utilities/Logging/LogManager.h"
 #include "Utilities/MakeOrNull.h"
+#include "Utilities/MemoryShortage.h"
 
 namespace ombrix {
 
@@ -53,6 +55,14 @@ bool endRequested() {
   return caughtSIGTERM != 0 || caughtStopNotification != 0;
 }
 
+// Throws when the machine gives no memory for what has been used up: the next poll or request would
+// fail in the midst of its work.
+void keepReady(MemoryReserve& reserve) {
+  if (reserve.isReady()) return;
+  LogManager::writeLog("The machine gave no more memory; the reserve was used.", LogLevel::warning);
+  if (!reserve.restore()) throw std::bad_alloc();
+}
+
 }  // namespace
 
 void HandleSignals(int signalNumber) {
@@ -72,7 +82,7 @@ MeteringManager::MeteringManager(const ConfigurationManager* config) : config(co
   stopObserver.emplace(Notification::stop, platform::Posters::rootAndOwnUser,
                        [this] { receiveStopNotification(); });
   listObserver.emplace(Notification::list, platform::Posters::rootAndOwnUser,
-                       [this] { receiveListNotification(); });
+                       [this] { answerListRequest(); });
   const platform::TimeBase base = platform::tickTimeBase();
   ticksPerNanoSec = static_cast<double>(base.numerator) / static_cast<double>(base.denominator);
 }
@@ -87,6 +97,20 @@ int MeteringManager::startMetering() {
   }
   createDirectories();
 
+  MemoryReserve reserve;
+  try {
+    meterUntilTheEnd(reserve);
+  } catch (const std::bad_alloc&) {
+    reserve.release();
+    LogManager::writeLog("No memory is left. Quitting.", LogLevel::error);
+    stopMetering();
+    std::exit(1);
+  }
+  stopMetering();
+  return 0;
+}
+
+void MeteringManager::meterUntilTheEnd(MemoryReserve& reserve) {
   bool settled = false;
   platform::Date lastDate = platform::currentDate();
   for (;;) {
@@ -96,13 +120,13 @@ int MeteringManager::startMetering() {
     const platform::Date cycleDate = platform::currentDate();
     if (newDay) closeRunsOfPreviousDay();
     if (!std::exchange(settled, true)) platform::releaseStartupMemory();
+    keepReady(reserve);
     const bool waited = platform::runLoopRunOnce(pollInterval);
     if (endRequested()) break;
+    keepReady(reserve);
     lastDate = cycleDate;
     if (!waited) break;
   }
-  stopMetering();
-  return 0;
 }
 
 void MeteringManager::stopMetering() {
@@ -113,6 +137,15 @@ void MeteringManager::stopMetering() {
 
 void MeteringManager::updateMeteringData() {
   if (procMan) writeMeteringData(procMan->refreshAndGetStopped());
+}
+
+// A list may be longer than there is memory, and what is thrown in here meets the C of a library.
+void MeteringManager::answerListRequest() {
+  try {
+    receiveListNotification();
+  } catch (const std::bad_alloc&) {
+    LogManager::writeLog("There is no memory for the list.", LogLevel::error);
+  }
 }
 
 void MeteringManager::receiveStopNotification() { caughtStopNotification = 1; }

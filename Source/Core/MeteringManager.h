@@ -47,6 +47,8 @@ class MeteringManager {
 
  private:
   void createDirectories() const;
+  void meterUntilTheEnd(class MemoryReserve& reserve);
+  void answerListRequest();
   void closeRunsOfPreviousDay();
   [[nodiscard]] bool writeRecord(ProcessData& record, const class DateFormatter& formatter) const;
 

@@ -53,10 +53,15 @@ void* allocateOrNull(std::size_t bytes) {
   return std::malloc(bytes == 0 ? 1 : bytes);
 }
 
+// As the standard has it: what has failed is tried again for as long as somebody can help.
 void* allocate(std::size_t bytes) {
-  void* const memory = allocateOrNull(bytes);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
+  for (;;) {
+    void* const memory = allocateOrNull(bytes);
+    if (memory != nullptr) return memory;
+    const std::new_handler helper = std::get_new_handler();
+    if (helper == nullptr) throw std::bad_alloc();
+    helper();
+  }
 }
 
 }  // namespace

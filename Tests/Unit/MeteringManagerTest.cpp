@@ -81,6 +81,22 @@ TEST(MeteringManager, NoMemoryForTheProcessManagerEndsTheProcess) {
   EXPECT_THAT(tests::logLines(), ElementsAre("[Error]\tCould not initialize ProcessManager."));
 }
 
+TEST(MeteringManager, NoMemoryForAMomentIsToldAndMeteringGoesOn) {
+  MeteringBench bench;
+  tests::logEverything();
+  std::optional<AllocationFailure> noMemory;
+  bench.machine.waits.emplace_back([&] {
+    bench.machine.run(4, "less");
+    noMemory.emplace(tests::ofAtLeast(sizeof(ProcessData)));
+  });
+  bench.machine.waits.emplace_back([&] { noMemory.reset(); });
+  MeteringManager engine(&bench.store);
+  EXPECT_EQ(engine.startMetering(), 0);
+  EXPECT_THAT(bench.records(), SizeIs(4));
+  EXPECT_THAT(tests::logLines(),
+              Contains("[Warning]\tThe machine gave no more memory; the reserve was used."));
+}
+
 TEST(MeteringManager, StartMakesTheThreeDirectories) {
   const MeteringBench bench;
   MeteringManager engine(&bench.store);

@@ -12,6 +12,7 @@ set(utility_test_sources
   LogManagerTest.cpp
   LogTrimmingTest.cpp
   MainTest.cpp
+  MemoryShortageTest.cpp
   OmbrixConfigurationContractTest.cpp
   TextTest.cpp
   UtilityTestSupport.cpp
