@@ -54,7 +54,9 @@ void ProcessTable::endPoll() {
 ProcessSet ProcessTable::takeUnseen() {
   const auto unseen = std::stable_partition(
       slots.begin(), slots.end(), [this](const Slot& slot) { return slot.lastPoll == poll; });
+  // Room first: for lack of memory nothing is to get lost between here and there.
   ProcessSet records;
+  records.reserve(static_cast<std::size_t>(slots.end() - unseen));
   for (auto slot = unseen; slot != slots.end(); ++slot) records.push_back(std::move(slot->record));
   slots.erase(unseen, slots.end());
   return records;

@@ -5,9 +5,11 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Source/Core/ProcessTable.h"
+#include "Tests/Unit/AllocationFailure.h"
 
 namespace ombrix::tests {
 
@@ -140,6 +142,21 @@ TEST(ProcessTable, TakesADescendingList) {
   poll(table, {9, 7, 5, 1});
   EXPECT_EQ(poll(table, {8, 7, 1, -1}), (std::set<std::string>{"9", "5"}));
   EXPECT_EQ(idsIn(table), (Ids{-1, 1, 7, 8}));
+}
+
+TEST(ProcessTable, LosesNoRunForWhichThereIsNoRoom) {
+  ProcessTable table;
+  poll(table, {1, 5, 9, 12});
+  table.beginPoll();
+  EXPECT_TRUE(table.markSeen(5));
+  table.endPoll();
+  constexpr std::size_t bytesOfThree = 3 * sizeof(std::shared_ptr<ProcessData>);
+  constexpr std::size_t bytesOfTwo = 2 * sizeof(std::shared_ptr<ProcessData>);
+  const AllocationFailure noMemory(
+      [](std::size_t bytes) { return bytes == bytesOfTwo || bytes == bytesOfThree; });
+  EXPECT_THROW(std::ignore = table.takeUnseen(), std::bad_alloc);
+  EXPECT_EQ(table.size(), 4U);
+  for (const auto& slot : table) EXPECT_NE(slot.record, nullptr) << slot.processId;
 }
 
 }  // namespace ombrix::tests
