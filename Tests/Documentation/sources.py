@@ -38,5 +38,6 @@ def configuration_paths():
 
 
 def level_words():
-    """The words for a log level in the configuration file."""
-    return re.findall(r'word == "(\w+)"', read("Utilities/Logging/LogManager.cpp"))
+    """The words for a log level in the configuration file, with the level that each means."""
+    source = read("Utilities/Logging/LogManager.cpp")
+    return dict(re.findall(r'word == "(\w+)"\) return LogLevel::(\w+);', source))
