@@ -7,7 +7,8 @@ import messages
 import sources
 
 PAGE = sources.read("Documentation/troubleshooting.md")
-ENTRY = re.compile(r"^### `(?P<message>.+)`\n\n\*(?P<level>[^*]+)\.\* (?P<meaning>.+)", re.MULTILINE)
+ENTRY = re.compile(r"^### `(?P<message>.+)`\n\n\*(?P<level>[^*]+)\.\* (?P<meaning>.+)",
+                   re.MULTILINE)
 
 
 def entries():

@@ -21,7 +21,7 @@ def accepts(document):
 
 
 def document(path, value):
-    """A configuration file that sets the place at the XPath `path`, and nothing else, to `value`."""
+    """A configuration file that sets the place at the XPath `path` to `value`, and nothing else."""
     steps = re.findall(r'/(\w+)(?:\[@(\w+) = "([^"]+)"\])?', path)
     root = element = ElementTree.Element(steps[0][0])
     for name, attribute, key in steps[1:]:
