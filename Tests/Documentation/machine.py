@@ -11,9 +11,8 @@ import manual
 import sources
 
 CHECKOUT = pathlib.Path("/usr/src/ombrix")  # where a user of this machine has the sources
-
-
 STAGE = "OMBRIX_TEST_MACHINE"  # how far a process has come on its way into the machine
+SKIPPED = 77  # the exit status that ctest takes for a test that was skipped
 
 
 def run_inside(script, test):
@@ -35,10 +34,12 @@ def begin_anew(stage, command):
 
 
 def enter(script):
-    user = [] if os.geteuid() == 0 else ["--map-root-user"]
+    if os.geteuid() != 0:
+        print("skipped: only root can lay a file system over another")
+        sys.exit(SKIPPED)
     # The shell stays, as process 1, and buries whoever loses his parent.
     begin_anew("entered", ["unshare", "--net", "--mount", "--pid", "--fork", "--kill-child",
-                           "--mount-proc", "--propagation", "private", *user,
+                           "--mount-proc", "--propagation", "private",
                            "bash", "-c", '"$@"; exit $?', "init", sys.executable, "-B", script])
 
 
