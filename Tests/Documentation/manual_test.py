@@ -68,7 +68,8 @@ class CommandPageTest(unittest.TestCase):
             for path in (sources.ROOT / folder).rglob("*.cpp"):
                 read |= set(re.findall(r'getenv\("(\w+)"\)', path.read_text(encoding="utf-8")))
         self.assertTrue(read)
-        self.assertEqual(set(re.findall(r"^\.It Ev (\w+)$", OMBRIX, re.MULTILINE)), read | {"TZ"})
+        described = set(re.findall(r"^\.It Ev (\w+)$", OMBRIX, re.MULTILINE))
+        self.assertLessEqual(read | {"TZ"}, described)  # TZ is read by the C library
 
 
 class ConfigurationPageTest(unittest.TestCase):
