@@ -16,6 +16,11 @@ endif()
 if(OMBRIX_WARNINGS_AS_ERRORS)
   target_compile_options(ombrix_compile INTERFACE -Werror)
 endif()
+if(OMBRIX_COVERAGE)
+  # Several processes of one test write their counts at a time.
+  target_compile_options(ombrix_compile INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(ombrix_compile INTERFACE --coverage)
+endif()
 if(OMBRIX_SANITIZERS)
   target_compile_options(ombrix_compile INTERFACE
     -fsanitize=${OMBRIX_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -20,4 +20,4 @@ set(utility_test_sources
 
 # The tests have a main() of their own.
 set_source_files_properties(${CMAKE_SOURCE_DIR}/Source/main.cpp
-  PROPERTIES COMPILE_DEFINITIONS main=ombrixMain)
+  PROPERTIES COMPILE_DEFINITIONS main=ombrixMain SKIP_PRECOMPILE_HEADERS ON)
