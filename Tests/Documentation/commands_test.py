@@ -2,6 +2,7 @@
 
 import getpass
 import os
+import pathlib
 import re
 import signal
 import subprocess
@@ -20,9 +21,31 @@ FIRST_LOOK = "Number of registered processes"
 
 
 def pattern_of(printed):
-    """What a page shows as output, with other numbers, another user, and anything for "…"."""
-    pattern = re.escape(printed.strip().replace("alice", getpass.getuser()))
-    return re.sub(r"\d+", r"\\d+", pattern).replace("…", ".*")
+    """What a page shows as output, with any time, any number between semicolons, another user, and
+    anything at all for "…"."""
+    pattern = re.escape(printed.strip().replace("alice", getpass.getuser())).replace("…", ".*")
+    pattern = re.sub(r"\d{4}\\-\d\d\\-\d\d\\ \d\d:\d\d:\d\d", r"[-: \\d]{19}", pattern)
+    return re.sub(r"(?<=;)\d+\b", r"\\d+", pattern)
+
+
+def shell(commands):
+    return ["bash", "-euo", "pipefail", "-c", commands]
+
+
+def wait_for_programs(commands):
+    """Waits until what was begun in the background is what it is to be: until then it is a shell of
+    the same commands, and the agent would know it by that name."""
+    own = "\0".join([*shell(commands), ""]).encode()
+    end = time.monotonic() + DEADLINE
+    while time.monotonic() < end and own in map(command_line, pathlib.Path("/proc").glob("[0-9]*")):
+        time.sleep(0.01)
+
+
+def command_line(process):
+    try:
+        return (process / "cmdline").read_bytes()
+    except OSError:
+        return b""
 
 
 class Session:
@@ -44,10 +67,11 @@ class Session:
     def succeed(self, block):
         # Into a file: what goes on in the background would keep a pipe open.
         with tempfile.TemporaryFile() as output:
-            status = subprocess.run(["bash", "-euo", "pipefail", "-c", block.commands()],
-                                    stdout=output, stderr=output, check=False).returncode
+            status = subprocess.run(shell(block.commands()), stdout=output, stderr=output,
+                                    check=False).returncode
             output.seek(0)
             printed = output.read().decode()
+        wait_for_programs(block.commands())
         wrong = f"{block.text}\nstatus {status}\n{printed}"
         if status != 0:
             raise AssertionError(wrong)
@@ -68,8 +92,8 @@ class Session:
     def begin_agent(self, commands):
         """Returns when the agent has looked for the first time."""
         with open("/tmp/agent", "w", encoding="utf-8") as output:
-            agent = subprocess.Popen(["bash", "-euo", "pipefail", "-c", commands], stdout=output,
-                                     stderr=output, start_new_session=True)
+            agent = subprocess.Popen(shell(commands), stdout=output, stderr=output,
+                                     start_new_session=True)
         self.agents.append(agent)
         end = time.monotonic() + BUILD_DEADLINE
         while FIRST_LOOK not in self.said():
