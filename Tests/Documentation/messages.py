@@ -10,7 +10,7 @@ SYSTEM_LOG = "System log"
 LEVELS = {"alert": "Alert", "error": "Error", "warning": "Warning", "notice": "Notice",
           "info": "Info", "debug": "Debug", "debugPlus": "Debug+"}
 
-CALL = re.compile(r"\b(writeLog|systemLog|quit|snprintf)\(")
+CALL = re.compile(r"\b(writeLog|systemLog|quit|snprintf|fputs)\(")
 TOKEN = re.compile(r"""
     (?P<comment>//[^\n]*)
   | "(?P<literal>(?:\\.|[^"\\])*)"
@@ -50,7 +50,7 @@ def as_written(tokens):
 
 
 def unescaped(literal):
-    return literal.replace('\\"', '"').replace("\\t", "\t")
+    return literal.replace('\\"', '"').replace("\\t", "\t").replace("\\n", "\n")
 
 
 def piece(tokens):
@@ -89,5 +89,9 @@ def messages_in(source):
 
 
 def all_messages():
-    return {(" ".join(message.split()), level) for path in source_files()
-            for message, level in messages_in(path.read_text(encoding="utf-8"))}
+    found = {(" ".join(message.split()), level) for path in source_files()
+             for message, level in messages_in(path.read_text(encoding="utf-8"))}
+    # What has a level goes to the system log as well, be it by a way of its own.
+    with_level = {message for message, level in found if level != SYSTEM_LOG}
+    return {(message, level) for message, level in found
+            if level != SYSTEM_LOG or message not in with_level}
