@@ -1,8 +1,8 @@
 """The shell commands in pages and manual pages.
 
-In a page, a fenced block of the language "sh" is commands; one of the language "console" is commands
-behind "$ " with what they print. A comment in the line above, which readers do not see, may say how
-the block is tried:
+In a page, a fenced block of the language "sh" is commands; one of the language "console" is
+commands behind "$ " with what they print. A comment in the line above, which readers do not see,
+may say how the block is tried:
 
     not tried: REASON        it needs what no test can give it; REASONS below are all there are
     in the background        it begins an agent, and the next block is tried beside it
