@@ -27,6 +27,27 @@ Launch withMovableClock() {
   return launch;
 }
 
+Launch withMovableClockIn(const std::string& zone) {
+  Launch launch = withMovableClock();
+  launch.machinesZone = true;
+  launch.environment.push_back("TZ=" + zone);
+  return launch;
+}
+
+std::time_t universal(int year, int month, int day, int hour, int minute) {
+  std::tm date{};
+  date.tm_year = year - 1900;
+  date.tm_mon = month - 1;
+  date.tm_mday = day;
+  date.tm_hour = hour;
+  date.tm_min = minute;
+  return ::timegm(&date);
+}
+
+void setWallClock(std::time_t moment) {
+  moveWallClock(static_cast<double>(moment - std::time(nullptr)));
+}
+
 void moveWallClock(double seconds) { setOffsets(seconds, 0); }
 
 void passAsleep(double seconds) { setOffsets(seconds, seconds); }

@@ -10,6 +10,8 @@ add_library(MovableClock MODULE MovableClockLibrary.cpp)
 target_compile_features(MovableClock PRIVATE cxx_std_20)
 
 target_sources(AcceptanceTests PRIVATE
+  ClockChangeTest.cpp
+  MissedDaysTest.cpp
   MovableClock.cpp
   SystemBus.cpp
   SleepTest.cpp
