@@ -96,6 +96,20 @@ TEST_F(Strangers, StopCommandOfAnotherUserIsNotHeard) {
   expectUnharmed();
 }
 
+TEST_F(Strangers, TenThousandStopsEndNothingAndCostLittle) {
+  const long workBefore = cpuTicks(agent->id());
+  EXPECT_TRUE(asUser(stranger, [] {
+    const std::vector<std::string> sockets = allSockets();
+    for (int i = 0; i < 10000; ++i) {
+      for (const std::string& path : sockets) sendDatagram(path, notificationNamed("Stop"));
+    }
+    return sockets.size() == 5;
+  }));
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(run(ombrixOf(stranger, {"stop"})).status, 0);
+  EXPECT_LT(cpuTicks(agent->id()) - workBefore, ::sysconf(_SC_CLK_TCK));
+  expectUnharmed();
+}
+
 TEST_F(Strangers, ListCommandOfAnotherUserIsNotHeard) {
   EXPECT_EQ(run(ombrixOf(stranger, {"list"})).status, 0);
   pollWithoutAList();
