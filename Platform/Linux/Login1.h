@@ -2,6 +2,7 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -37,7 +38,7 @@ class Login1 {
   [[nodiscard]] bool present() const { return !owner.empty(); }
 
   // Makes a line again that could not be made, or broke before it worked. To be called now and
-  // then.
+  // then; a line that broke is also made again without it.
   void reconnectIfBroken();
 
   // Asks logind to delay the next sleep until releaseLock(), now that the machine is awake. A
@@ -62,6 +63,7 @@ class Login1 {
   static int onPreparing(sd_bus_message* message, void* reference, sd_bus_error* error);
   static int onLock(sd_bus_message* message, void* reference, sd_bus_error* error);
   static int onReconnect(sd_event_source* source, void* reference);
+  static int onPauseOver(sd_event_source* source, std::uint64_t time, void* reference);
 
   std::function<void(bool)> preparingForSleep;
   Bus bus;
