@@ -164,9 +164,7 @@ void BusConversation::giveLock(Input& input) {
   model.preparingTold(question, false, false);
 }
 
-// A message of any kind, most likely a broken one. No descriptor ever comes along with it, whatever
-// it says: libsystemd 252 forgets those of a message that it drops as invalid. A bus lets no such
-// message through.
+// A message of any kind, most likely a broken one.
 void BusConversation::sayAnything(Input& input) {
   exact = false;
   BusMessage message;
@@ -180,8 +178,7 @@ void BusConversation::sayAnything(Input& input) {
   message.signature = input.text();
   message.descriptors = input.choice(4);
   message.body = input.text();
-  message.serial = ++serial;
-  script.pieces.push_back({wireOf(message), 0});
+  say(std::move(message));
 }
 
 void BusConversation::babble(Input& input) {
@@ -189,9 +186,12 @@ void BusConversation::babble(Input& input) {
   script.pieces.push_back({input.text(), 0});
 }
 
+// No descriptor comes along with what may be invalid, nor behind it, whatever the message says:
+// libsystemd 252 forgets those that it has read with a message that it drops. A bus lets no such
+// message through.
 void BusConversation::say(BusMessage message) {
   message.serial = ++serial;
-  script.pieces.push_back({wireOf(message), message.descriptors});
+  script.pieces.push_back({wireOf(message), exact ? message.descriptors : 0});
 }
 
 BusMessage BusConversation::answer(std::uint32_t question, bool asError) const {
