@@ -1,9 +1,10 @@
 #include "Utilities/MemoryShortage.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <new>
+
+#include "Platform/SystemLog.h"
 
 namespace ombrix {
 
@@ -34,7 +35,7 @@ bool isForLackOfMemory(const std::exception_ptr& reason) {
 
 [[noreturn]] void endWithoutMemory() {
   if (!isForLackOfMemory(std::current_exception())) std::abort();
-  std::fputs("No memory is left. Quitting.\n", stderr);
+  platform::systemLog("No memory is left. Quitting.");
   std::_Exit(1);
 }
 

@@ -8,8 +8,8 @@
 
 namespace ombrix {
 
-// From now on a failed allocation that nobody bears ends the process with a message on standard
-// error and status 1, and not as a program does that has gone wrong.
+// From now on a failed allocation that nobody bears ends the process with a message in the system
+// log and status 1, and not as a program does that has gone wrong.
 void endInOrderWithoutMemory();
 
 // Memory that is put by. The allocation that first fails is given a part of it, so that it succeeds

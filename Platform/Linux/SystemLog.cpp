@@ -3,9 +3,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <climits>
-#include <string>
 
 namespace ombrix::platform {
 
@@ -19,14 +18,16 @@ bool takesWithoutWaiting(int descriptor) {
 }  // namespace
 
 void systemLog(std::string_view message) {
-  const std::string line = std::string(message) + "\n";
-  std::string_view rest = line;
-  // A pipe that polls as writable takes PIPE_BUF bytes without blocking (pipe(7)).
-  while (!rest.empty() && takesWithoutWaiting(STDERR_FILENO)) {
-    const ssize_t written =
-        ::write(STDERR_FILENO, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
-    if (written <= 0) return;
-    rest.remove_prefix(static_cast<std::size_t>(written));
+  // Not on the heap: what is told may be that there is no memory. A pipe that polls as writable
+  // takes PIPE_BUF bytes without blocking (pipe(7)).
+  std::array<char, PIPE_BUF> piece{};
+  bool lineEnded = false;
+  while (!lineEnded && takesWithoutWaiting(STDERR_FILENO)) {
+    std::size_t size = message.copy(piece.data(), piece.size());
+    message.remove_prefix(size);
+    lineEnded = size < piece.size();
+    if (lineEnded) piece.at(size++) = '\n';
+    if (::write(STDERR_FILENO, piece.data(), size) != static_cast<ssize_t>(size)) return;
   }
 }
 

@@ -10,7 +10,7 @@ SYSTEM_LOG = "System log"
 LEVELS = {"alert": "Alert", "error": "Error", "warning": "Warning", "notice": "Notice",
           "info": "Info", "debug": "Debug", "debugPlus": "Debug+"}
 
-CALL = re.compile(r"\b(writeLog|systemLog|quit|snprintf|fputs)\(")
+CALL = re.compile(r"\b(writeLog|systemLog|quit|snprintf)\(")
 TOKEN = re.compile(r"""
     (?P<comment>//[^\n]*)
   | "(?P<literal>(?:\\.|[^"\\])*)"
@@ -50,7 +50,7 @@ def as_written(tokens):
 
 
 def unescaped(literal):
-    return literal.replace('\\"', '"').replace("\\t", "\t").replace("\\n", "\n")
+    return literal.replace('\\"', '"').replace("\\t", "\t")
 
 
 def piece(tokens):

@@ -1,9 +1,12 @@
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <string>
 #include <utility>
 
@@ -60,6 +63,21 @@ class LogPipe {
   FileDescriptor reader;
   FileDescriptor original;
 };
+
+// Takes all memory that this process still has, and may have no more.
+void takeAllMemory() {
+  const rlimit noMore{0, 0};
+  ::setrlimit(RLIMIT_DATA, &noMore);
+  for (std::size_t size = std::size_t{1} << 20U; size >= 16; size /= 2) {
+    while (std::malloc(size) != nullptr) continue;
+  }
+}
+
+void tellWithoutMemory() {
+  takeAllMemory();
+  platform::systemLog("There is no memory to tell you this.");
+  ::_exit(0);
+}
 
 }  // namespace
 
@@ -118,6 +136,12 @@ TEST(SystemLogOnLinux, SurvivesAClosedDescriptor) {
   ::close(STDERR_FILENO);
   platform::systemLog("nobody reads this");
   EXPECT_EQ(log.readAll(), "");
+}
+
+TEST(SystemLogOnLinux, TellsOfALackOfMemoryWithoutAny) {
+  if (::dlsym(RTLD_DEFAULT, "__asan_init") != nullptr) GTEST_SKIP() << "it has memory of its own";
+  EXPECT_EXIT(tellWithoutMemory(), ::testing::ExitedWithCode(0),
+              "There is no memory to tell you this.\n");
 }
 
 }  // namespace ombrix::tests
