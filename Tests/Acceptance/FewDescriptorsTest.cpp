@@ -107,7 +107,7 @@ TEST(FewDescriptors, RunThatEndsWhileThereAreNoneIsReportedAsLost) {
   EXPECT_EQ(home.recordsOf("viewer").size(), 1U);
 }
 
-TEST(FewDescriptors, SecondAgentIsAnsweredWhileThereAreNoneOrAsSoonAsThereAre) {
+TEST(FewDescriptors, AgentThatStartsWhenThereAreSomeAgainIsAnswered) {
   const Home home;
   Agent agent(home);
   ASSERT_TRUE(agent.hasStarted() && agent.isWaiting());
