@@ -44,5 +44,9 @@ need_packages() {
   exit 1
 }
 
+# shellcheck disable=SC2034
 build_packages=(g++ cmake ninja-build pkg-config libsystemd-dev libxml2-dev nettle-dev
   libunistring-dev)
+# shellcheck disable=SC2034  # for the scripts that source this
+test_packages=(libgtest-dev libgmock-dev faketime dbus-daemon valgrind python3 libxml2-utils mandoc
+  groff-base sqlite3 zsh fish)
