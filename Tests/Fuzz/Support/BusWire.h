@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-// Messages as they go over the bus (the D-Bus specification, "Message Format"), little-endian.
+// Messages as they go over the bus ("Message Format" in the documents of D-Bus), little-endian.
 
 namespace ombrix::tests {
 
