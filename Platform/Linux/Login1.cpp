@@ -30,8 +30,9 @@ constexpr const char* busAddress = "unix:path=/run/dbus/system_bus_socket";
 // millisecond; one that takes longer is waited for in the run loop.
 constexpr std::chrono::seconds patience{2};
 
-// How long a line is left alone that broke before the bus had answered on it.
-constexpr microseconds pauseAfterSilence = std::chrono::seconds{2};
+// How long a line that broke is left alone. One that breaks again and again, as of a bus that takes
+// nobody any more, is no reason for work without end.
+constexpr microseconds pauseAfterBreak = std::chrono::seconds{1};
 
 // A signal proves nothing by its name: the system bus lets every user send one straight to another
 // connection. The sender's unique name is the bus's own word.
@@ -125,21 +126,13 @@ void Login1::ownerChanged(std::string newOwner) {
   takeLock();
 }
 
-// A line that worked is made again at once: the library watches for the bus to come back. One that
-// never did would break again at once, as when the bus is just ending or takes nobody any more.
 void Login1::connectionLost() {
-  const bool worked = ownerKnown;
   ownerChanged({});
   broken = true;
   sd_event_source* added = nullptr;
-  // Not in here, where the connection is still busy with the message that told of its end.
-  if (worked) {
-    sd_event_add_defer(eventLoop(), &added, onReconnect, this);
-  } else {
-    sd_event_add_time_relative(eventLoop(), &added, CLOCK_MONOTONIC, pauseAfterSilence.count(), 0,
-                               onPauseOver, this);
-  }
   // Where there is no memory for a source, the next look makes the line again.
+  sd_event_add_time_relative(eventLoop(), &added, CLOCK_MONOTONIC, pauseAfterBreak.count(), 0,
+                             onPauseOver, this);
   reconnectSource.reset(added);
 }
 
@@ -181,8 +174,6 @@ int Login1::onFilter(sd_bus_message* message, void* reference, sd_bus_error* /*e
 }
 
 int Login1::onOwner(sd_bus_message* message, void* reference, sd_bus_error* /*error*/) {
-  // The library's word and not the bus's: the line ended, or stayed silent, before the answer.
-  if (sd_bus_message_is_method_error(message, SD_BUS_ERROR_NO_REPLY) > 0) return 0;
   const char* name = nullptr;
   const bool answered = sd_bus_message_is_method_error(message, nullptr) == 0 &&
                         sd_bus_message_read(message, "s", &name) > 0;
@@ -232,13 +223,9 @@ int Login1::onLock(sd_bus_message* message, void* reference, sd_bus_error* /*err
   return 0;
 }
 
-int Login1::onReconnect(sd_event_source* /*source*/, void* reference) {
+int Login1::onPauseOver(sd_event_source* /*source*/, std::uint64_t /*time*/, void* reference) {
   static_cast<Login1*>(reference)->reconnectIfBroken();
   return 0;
-}
-
-int Login1::onPauseOver(sd_event_source* source, std::uint64_t /*time*/, void* reference) {
-  return onReconnect(source, reference);
 }
 
 }  // namespace ombrix::platform

@@ -37,8 +37,8 @@ class Login1 {
   // True while logind is on the bus.
   [[nodiscard]] bool present() const { return !owner.empty(); }
 
-  // Makes a line again that could not be made, or broke before it worked. To be called now and
-  // then; a line that broke is also made again without it.
+  // Makes a line again that could not be made or broke. To be called now and then; a line that
+  // broke is also made again without it, after a second.
   void reconnectIfBroken();
 
   // Asks logind to delay the next sleep until releaseLock(), now that the machine is awake. A
@@ -62,7 +62,6 @@ class Login1 {
   static int onPrepareForSleep(sd_bus_message* message, void* reference, sd_bus_error* error);
   static int onPreparing(sd_bus_message* message, void* reference, sd_bus_error* error);
   static int onLock(sd_bus_message* message, void* reference, sd_bus_error* error);
-  static int onReconnect(sd_event_source* source, void* reference);
   static int onPauseOver(sd_event_source* source, std::uint64_t time, void* reference);
 
   std::function<void(bool)> preparingForSleep;
