@@ -27,9 +27,10 @@ int releaseReadOnlySegments(dl_phdr_info* file, std::size_t /*size*/, void* /*re
     if (segment.p_type != PT_LOAD || (segment.p_flags & PF_W) != 0) continue;
     const std::uintptr_t address = file->dlpi_addr + segment.p_vaddr;
     const std::uintptr_t begin = address & ~(pageSize - 1);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the linker tells addresses as numbers
+    auto* const pages = reinterpret_cast<void*>(begin);
     // Refused for pages that are locked, which then stay as they should (madvise(2)).
-    std::ignore =
-        ::madvise(reinterpret_cast<void*>(begin), address + segment.p_memsz - begin, MADV_DONTNEED);
+    std::ignore = ::madvise(pages, address + segment.p_memsz - begin, MADV_DONTNEED);
   }
   return 0;
 }
