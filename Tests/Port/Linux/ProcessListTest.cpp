@@ -1,17 +1,22 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "Platform/ProcessList.h"
+#include "Tests/Port/Linux/PrivateMachine.h"
+#include "Tests/Port/Linux/ProcessFixtures.h"
 #include "Tests/Port/Linux/Resources.h"
 #include "Tests/Port/POSIX/ChildProcess.h"
 
@@ -174,6 +179,60 @@ TEST(ProcessListOnLinux, IsEmptyAfterAFetchThatFailedAndCanBeFetchedLater) {
   }();
   ASSERT_TRUE(list->fetch());
   EXPECT_TRUE(indexOf(*list, ::getpid()));
+}
+
+TEST(ProcessListOnLinux, ListsAKernelThreadNoMoreUntilItsIdIsAnothers) {
+  if (!mountMemory("/proc", "mode=755")) GTEST_SKIP() << "needs mounts";
+  std::filesystem::create_directory("/proc/2");
+  std::ofstream("/proc/2/status") << kernelThreadStatus;
+  ProcessList list;
+  ASSERT_TRUE(list.fetch());
+  ASSERT_TRUE(indexOf(list, 2));
+  EXPECT_FALSE(list.entry(0));
+  ASSERT_TRUE(list.fetch());
+  EXPECT_FALSE(indexOf(list, 2));
+
+  std::filesystem::remove_all("/proc/2");
+  ASSERT_TRUE(list.fetch());
+  std::filesystem::create_directory("/proc/2");
+  ASSERT_TRUE(list.fetch());
+  EXPECT_TRUE(indexOf(list, 2));
+}
+
+// A security module refuses with another error than a mount with hidepid does.
+TEST(ProcessListOnLinux, HasANamelessEntryForAProcessWhoseFilesAreForbidden) {
+  const int result = exitStatusInChild([] {
+    if (!mountMemory("/proc", "mode=755")) return 77;
+    if (::mkdir("/proc/77", 0755) != 0 || ::chown("/proc/77", 4321, 0) != 0) return 77;
+    std::ofstream("/proc/77/status") << "Name:\tcat\nUid:\t0\t0\t0\t0\n";
+    if (::chmod("/proc/77/status", 0) != 0 || !becomeUser(strangerUser)) return 77;
+    const auto entry = entryOf(77);
+    if (!entry) return 1;
+    if (entry->commandName) return 2;
+    return entry->effectiveUserId == 4321 ? 0 : 3;
+  });
+  if (result == 77) GTEST_SKIP() << "needs several users";
+  EXPECT_EQ(result, 0);
+}
+
+TEST(ProcessListOnLinux, TakesNoNameForAnIdThatIsOneOnlyAtItsBeginning) {
+  if (!mountMemory("/proc", "mode=755")) GTEST_SKIP() << "needs mounts";
+  for (const char* name : {"1", "12", "12abc", "3.4", "abc", "+5"}) {
+    ASSERT_TRUE(std::filesystem::create_directory(std::string("/proc/") + name));
+  }
+  ProcessList list;
+  ASSERT_TRUE(list.fetch());
+  EXPECT_EQ(list.processIds(), (std::vector<ProcessId>{1, 12}));
+}
+
+TEST(ProcessListOnLinux, FetchFailsWhenTheNamesCannotBeRead) {
+  std::filesystem::create_directories("/tmp/proc/1");
+  if (::mount("/tmp/proc", "/proc", nullptr, MS_BIND, nullptr) != 0) GTEST_SKIP() << "needs mounts";
+  ProcessList list;
+  ASSERT_TRUE(list.fetch());
+  std::filesystem::remove_all("/tmp/proc");
+  EXPECT_FALSE(list.fetch());
+  EXPECT_TRUE(list.processIds().empty());
 }
 
 TEST(ProcessListOnLinux, HoldsNoMoreDescriptorsTheLongerItIsUsed) {

@@ -93,6 +93,7 @@ TEST(ProcessStatus, NeedsANameAndAUser) {
       "Name:\tcat\nUid:\t0\n",
       "Name:\tcat\nUid:\tx\ty\t0\t0\n",
       "Name:\tcat\nUid:\t0\t-1\t0\t0\n",
+      "Name:\tcat\nUid:\t0\t12x\t0\t0\n",
       "Name:\tcat\nUid:\t0\t4294967296\t0\t0\n",
       "Name: cat\nUid: 0 0 0 0\n",
       "no status at all",
