@@ -70,6 +70,19 @@ TEST_F(StalledAgent, SignalEndsItAsSoonAsItGoesOn) {
   EXPECT_EQ(agent.waitForExit(), 0);
 }
 
+// The second one is still waiting for the answer when the third one asks.
+TEST_F(StalledAgent, OfTwoThatStartBesideItOneAfterTheOtherTheFirstStays) {
+  const Home secondHome("/tmp/second");
+  Agent second(secondHome);
+  ASSERT_TRUE(second.hasStarted());
+  const Home thirdHome("/tmp/third");
+  Agent third(thirdHome);
+  EXPECT_EQ(third.waitForExit(), 1) << third.errors();
+  ASSERT_TRUE(second.poll());
+  second.signal(SIGTERM);
+  EXPECT_EQ(second.waitForExit(), 0);
+}
+
 TEST_F(StalledAgent, AgentThatStartsBesideItIsNotHeldUp) {
   const Home secondHome("/tmp/second");
   Agent second(secondHome);

@@ -220,6 +220,33 @@ TEST(NotificationService, PostsToWhateverSocketHasTheRightName) {
   EXPECT_STREQ(bytes.data(), "Stop");
 }
 
+TEST(NotificationService, PostsToNoSocketThatIsNotOfTheDirectorysOwner) {
+  {
+    const NotificationObserver observer("Stop", Posters::rootAndOwnUser, [] {});
+  }
+  const FileDescriptor receiver = receiverAt("/run/ombrix/Stop.1.1");
+  if (::chown("/run/ombrix/Stop.1.1", strangerUser, 0) != 0) GTEST_SKIP() << "needs several users";
+
+  postNotification("Stop");
+
+  char byte = 0;
+  EXPECT_LT(::recv(receiver.get(), &byte, 1, MSG_DONTWAIT), 0);
+}
+
+// Who waits for an answer is to hear it before the questions that others ask.
+TEST(NotificationService, WhoHearsEveryoneHearsHimAfterAllOthers) {
+  std::string order;
+  const NotificationObserver call("Call", Posters::everyone, [&order] { order += "call "; });
+  const NotificationObserver answer("Answer", Posters::trustedAgents,
+                                    [&order] { order += "answer "; });
+  postNotification("Call");
+  postNotification("Answer");
+
+  while (order.size() < 12) ASSERT_TRUE(runLoopRunOnce(longEnough));
+
+  EXPECT_EQ(order, "answer call ");
+}
+
 TEST(NotificationService, IgnoresWhatIsNotItsNotification) {
   const Listener listener("Stop");
   const std::string socket = pathOfOnlySocket();
