@@ -122,6 +122,7 @@ Program::Program(const Launch& launch)
   Pipe inputPipe = makePipe();
   Pipe execPipe = makePipe();
   processId = ::fork();
+  if (processId < 0) throw std::runtime_error("no process");  // kill() takes -1 for everybody
   if (processId == 0) {
     ::dup2(inputPipe.readEnd.get(), STDIN_FILENO);
     ::dup2(outputFile.get(), STDOUT_FILENO);

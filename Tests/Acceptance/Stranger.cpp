@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <new>
+#include <stdexcept>
 
 #include "Tests/Acceptance/Wait.h"
 
@@ -15,6 +16,7 @@ Pest::Pest(uid_t user, const std::function<void()>& deed)
     : done(new (::mmap(nullptr, sizeof(std::atomic<long>), PROT_READ | PROT_WRITE,
                        MAP_SHARED | MAP_ANONYMOUS, -1, 0)) std::atomic<long>(0)),
       child(::fork()) {
+  if (child < 0) throw std::runtime_error("no process");  // kill() takes -1 for everybody
   if (child != 0) return;
   becomeUser(user);
   for (;;) {

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,7 @@ class PreparedChild {
     std::array<int, 2> ready{};
     if (::pipe(ready.data()) != 0) return;
     child = ::fork();
+    if (child < 0) throw std::runtime_error("no process");  // kill() takes -1 for everybody
     if (child == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);
       preparation();
