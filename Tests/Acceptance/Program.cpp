@@ -36,7 +36,7 @@ std::vector<std::string> environmentFor(const Launch& launch) {
   std::vector<std::string> environment = launch.environment;
   if (!launch.machinesZone) environment.push_back(zoneOfNoon());
   environment.emplace_back("PATH=/usr/bin:/bin");
-  for (const char* name : {"UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
+  for (const char* name : {"UBSAN_OPTIONS", "LSAN_OPTIONS", "GCOV_ERROR_FILE", "GCOV_PREFIX"}) {
     const char* const value = std::getenv(name);
     if (value != nullptr) environment.push_back(std::string(name) + "=" + value);
   }
