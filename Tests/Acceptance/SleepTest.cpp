@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -244,6 +245,21 @@ TEST(SleepTracking, MachineWithoutALogindIsMeteredWithAWarning) {
   EXPECT_TRUE(contains(home.log(), registrationFailed));
   ASSERT_TRUE(agent.poll());
   EXPECT_EQ(agent.stop(), 0);
+}
+
+TEST(SleepTracking, BusThatDoesNotAnswerHoldsUpNoStartForLong) {
+  SystemBus bus;
+  const Logind logind;
+  const Launch launch = withMovableClock();
+  bus.stall();
+  const Home home;
+  const auto begin = std::chrono::steady_clock::now();
+  Agent agent(home, launch);
+  ASSERT_TRUE(agent.hasStarted());
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_TRUE(contains(home.log(), registrationFailed));
+  bus.goOn();
+  EXPECT_TRUE(logind.waitForLocks(1));
 }
 
 TEST(SleepTracking, BeginsWhenALogindAppearsLater) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -22,6 +23,9 @@ class SystemBus {
   // Kills the daemon, leaving its socket behind as a crash does.
   void kill() { daemon.reset(); }
   void restart();
+  // Lets it answer nobody until it goes on.
+  void stall() { daemon->signal(SIGSTOP); }
+  void goOn() { daemon->signal(SIGCONT); }
 
  private:
   std::optional<Program> daemon;
