@@ -1,14 +1,25 @@
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <cstdlib>
+#include <string_view>
+#include <thread>
 #include <tuple>
 
+#include "Platform/FileDescriptor.h"
+#include "Platform/RunLoop.h"
 #include "Platform/SystemPower.h"
 #include "Tests/Port/Linux/Resources.h"
 
 namespace ombrix::tests {
 
 namespace {
+
+using platform::FileDescriptor;
 
 void ignore(void* /*reference*/, platform::PowerConnection /*connection*/, std::uint32_t /*type*/,
             void* /*argument*/) {}
@@ -20,6 +31,36 @@ void registerOnce() {
   platform::releasePowerNotifier(notifier);
 }
 
+// A system bus that hangs up on everybody at once, and counts them.
+class HangingUpBus {
+ public:
+  HangingUpBus() : listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    constexpr std::string_view path = "/run/bus";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    EXPECT_EQ(::bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
+              0);
+    EXPECT_EQ(::listen(listening.get(), 16), 0);
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/bus", 1);
+    answering = std::thread([this] {
+      while (FileDescriptor(::accept(listening.get(), nullptr, nullptr)).valid()) ++calls;
+    });
+  }
+  ~HangingUpBus() {
+    ::shutdown(listening.get(), SHUT_RDWR);
+    answering.join();
+  }
+  HangingUpBus(const HangingUpBus&) = delete;
+  HangingUpBus& operator=(const HangingUpBus&) = delete;
+
+  std::atomic<int> calls{0};
+
+ private:
+  FileDescriptor listening;
+  std::thread answering;
+};
+
 }  // namespace
 
 TEST(SystemPowerOnLinux, RegistrationKeepsNoDescriptorWhenItHasEnded) {
@@ -27,6 +68,20 @@ TEST(SystemPowerOnLinux, RegistrationKeepsNoDescriptorWhenItHasEnded) {
   const std::ptrdiff_t before = openDescriptors();
   for (int registration = 0; registration < 5; ++registration) registerOnce();
   EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(SystemPowerOnLinux, BrokenLineIsMadeAgainAfterASecondForAsLongAsItIsWanted) {
+  constexpr std::chrono::milliseconds longerThanThePause{1500};
+  const HangingUpBus bus;
+  platform::PowerNotifier notifier = 0;
+  std::ignore = platform::registerForSystemPower(nullptr, ignore, notifier);
+  EXPECT_TRUE(platform::runLoopRunOnce(longerThanThePause));
+  const int calls = bus.calls;
+  EXPECT_GE(calls, 2);
+
+  std::ignore = platform::deregisterForSystemPower(notifier);
+  EXPECT_TRUE(platform::runLoopRunOnce(longerThanThePause));
+  EXPECT_EQ(bus.calls, calls);
 }
 
 }  // namespace ombrix::tests
