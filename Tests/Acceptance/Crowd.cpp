@@ -18,8 +18,10 @@ std::size_t processesNow() {
 Crowd::Crowd(std::size_t count, const std::string& name)
     : before(processesNow()),
       first(idler("/tmp/tools/" + name, {"crowd", std::to_string(count - 1)})) {
-  const bool grown = eventually([this] { return contains(first.output(), "grown"); });
+  const bool grown = eventually([this] { return contains(first.output(), "grown") || refused(); });
   if (!grown) throw std::runtime_error("the crowd takes too long to grow");
 }
+
+bool Crowd::refused() const { return contains(first.output(), "refused"); }
 
 }  // namespace ombrix::tests

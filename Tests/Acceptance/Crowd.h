@@ -16,8 +16,9 @@ class Crowd {
  public:
   explicit Crowd(std::size_t count, const std::string& name = "crowd");
 
-  // How many there are; fewer than were asked for where the machine lets no more live.
   [[nodiscard]] std::size_t size() const { return processesNow() - before; }
+  // True when the kernel lets no more of them live than there are now.
+  [[nodiscard]] bool refused() const;
 
  private:
   std::size_t before;

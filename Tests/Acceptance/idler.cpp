@@ -57,10 +57,9 @@ bool startSharing(int (*life)(void*), char* stackEnd) {
 
 [[noreturn]] void idleInACrowd(std::size_t count) {
   Stacks stacks(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    if (!startSharing(idleForEver, stacks.endOf(i))) break;
-  }
-  std::puts("grown");
+  std::size_t started = 0;
+  while (started < count && startSharing(idleForEver, stacks.endOf(started))) ++started;
+  std::puts(started == count ? "grown" : "refused");
   std::fflush(stdout);
   idle();
 }
