@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -232,27 +231,6 @@ TEST(NotificationService, PostsToNoSocketThatIsNotOfTheDirectorysOwner) {
 
   char byte = 0;
   EXPECT_LT(::recv(receiver.get(), &byte, 1, MSG_DONTWAIT), 0);
-}
-
-// What is announced in there is the word of the user whom root has appointed.
-TEST(NotificationService, RootAnnouncesNothingInTheNameOfTheMachinesAgent) {
-  constexpr const char* folder = "/run/ombrix/agent";
-  std::filesystem::create_directories(folder);
-  if (::chown(folder, strangerUser, 0) != 0) GTEST_SKIP() << "needs several users";
-  const FileDescriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-  ASSERT_GE(::inotify_add_watch(watch.get(), folder, IN_CREATE), 0);
-  const auto announced = [&watch] {
-    std::array<char, 1024> events{};
-    return ::read(watch.get(), events.data(), events.size()) > 0;
-  };
-
-  exitStatusInChild([] {
-    if (becomeUser(strangerUser)) postNotification("Call");
-    return 0;
-  });
-  EXPECT_TRUE(announced());
-  postNotification("Call");
-  EXPECT_FALSE(announced());
 }
 
 // Who waits for an answer is to hear it before the questions that others ask.
