@@ -1,12 +1,14 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -22,6 +24,45 @@ using platform::FileDescriptor;
 // A call that waits for its reader ends the test's process after this time.
 constexpr unsigned secondsUntilStuck = 20;
 
+// Standard error as something else, for as long as it lives.
+class Redirection {
+ public:
+  explicit Redirection(int replacement) : original(::dup(STDERR_FILENO)) {
+    ::dup2(replacement, STDERR_FILENO);
+    ::alarm(secondsUntilStuck);
+  }
+  ~Redirection() { ::dup2(original.get(), STDERR_FILENO); }
+  Redirection(const Redirection&) = delete;
+  Redirection& operator=(const Redirection&) = delete;
+
+ private:
+  FileDescriptor original;
+};
+
+// Standard error as a terminal, at whose other end the test sits.
+class LogTerminal {
+ public:
+  LogTerminal() {
+    int user = -1;
+    int program = -1;
+    if (::openpty(&user, &program, nullptr, nullptr, nullptr) != 0) return;
+    screen = FileDescriptor(user);
+    const FileDescriptor terminal(program);
+    redirection.emplace(terminal.get());
+  }
+
+  // What is shown next.
+  [[nodiscard]] std::string next() const {
+    std::array<char, 4096> block{};
+    const ssize_t count = ::read(screen.get(), block.data(), block.size());
+    return count > 0 ? std::string(block.data(), static_cast<std::size_t>(count)) : "";
+  }
+
+ private:
+  FileDescriptor screen;
+  std::optional<Redirection> redirection;
+};
+
 // Standard error as a pipe, whose reader the test is.
 class LogPipe {
  public:
@@ -31,13 +72,8 @@ class LogPipe {
     reader = FileDescriptor(ends[0]);
     ::fcntl(reader.get(), F_SETFL, O_NONBLOCK);
     const FileDescriptor writer(ends[1]);
-    original = FileDescriptor(::dup(STDERR_FILENO));
-    ::dup2(writer.get(), STDERR_FILENO);
-    ::alarm(secondsUntilStuck);
+    redirection.emplace(writer.get());
   }
-  ~LogPipe() { ::dup2(original.get(), STDERR_FILENO); }
-  LogPipe(const LogPipe&) = delete;
-  LogPipe& operator=(const LogPipe&) = delete;
 
   static void fill() {
     ::fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
@@ -61,7 +97,7 @@ class LogPipe {
 
  private:
   FileDescriptor reader;
-  FileDescriptor original;
+  std::optional<Redirection> redirection;
 };
 
 // Takes all memory that this process still has, and may have no more.
@@ -110,6 +146,26 @@ TEST(SystemLogOnLinux, NeverWaitsInTheMiddleOfAMessage) {
   const LogPipe log;
   platform::systemLog(message);
   EXPECT_LT(log.readAll().size(), message.size());
+}
+
+TEST(SystemLogOnLinux, ReachesATerminal) {
+  const LogTerminal terminal;
+  platform::systemLog("Shutting down Ombrix.");
+  EXPECT_EQ(terminal.next(), "Shutting down Ombrix.\r\n");
+}
+
+TEST(SystemLogOnLinux, NeverWaitsForATerminalThatNobodyReads) {
+  constexpr int moreThanItHolds = 2000;
+  const std::string message(99, 'x');
+  const LogTerminal terminal;
+  for (int i = 0; i < moreThanItHolds; ++i) platform::systemLog(message);
+  EXPECT_EQ(terminal.next().substr(0, message.size()), message);
+}
+
+TEST(SystemLogOnLinux, LeavesATerminalAsOthersWantIt) {
+  const LogTerminal terminal;
+  platform::systemLog("Shutting down Ombrix.");
+  EXPECT_EQ(::fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
 }
 
 TEST(SystemLogOnLinux, IsReadAgainWhenTheReaderGoesOn) {
