@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <ctime>
 #include <optional>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "Platform/FileDescriptor.h"
@@ -79,6 +81,10 @@ class ReceivingSocket {
     auto directory = ownRuntimeDirectory();
     if (!directory || eventLoop() == nullptr) return false;
     directoryDescriptor = std::move(directory->descriptor);
+    // Whoever clears away what is old in /tmp leaves a locked directory alone (tmpfiles.d(5)). That
+    // somebody listens at a socket in it could not be told from the kernel's list: the path by
+    // which it was bound is another.
+    std::ignore = ::flock(directoryDescriptor.get(), LOCK_SH | LOCK_NB);
     socket = FileDescriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int yes = 1;
     // Before the name exists, or else a datagram could arrive without its sender's credentials.

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -151,6 +152,12 @@ TEST(NotificationService, OnlyOwnersMayWriteToTheFirstSocketAndEveryoneToTheSeco
 TEST(NotificationService, WhoHearsHisOwnHasNoSocketForStrangers) {
   const NotificationObserver observer("Stop", Posters::rootAndOwnUser, [] {});
   EXPECT_EQ(modeOf(pathOfOnlySocket()), 0600U);
+}
+
+TEST(NotificationService, LocksItsDirectoryAgainstWhoeverClearsAwayWhatIsOld) {
+  const Listener listener("example.Name");
+  const FileDescriptor folder(::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  EXPECT_EQ(::flock(folder.get(), LOCK_EX | LOCK_NB), -1);
 }
 
 TEST(NotificationService, RemovesItsSocketsWithTheObserver) {
