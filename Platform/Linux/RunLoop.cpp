@@ -42,14 +42,16 @@ enum class WaitResult { readable, overtime, interrupted, failed };
 
 unsigned deliveries = 0;
 
-constexpr int noDescriptor = -1;  // poll(2) passes over negative ones
+constexpr int noDescriptor = -1;
 
 // Sleeps until `descriptor` is readable, a signal has been handled, or `limit` is over.
 WaitResult waitFor(int descriptor, nanoseconds limit) {
   pollfd request{descriptor, POLLIN, 0};
   const timespec timeout = toTimespec(std::max(limit, nanoseconds::zero()));
   const sigset_t mask = maskDuringWait();
-  const int ready = ::ppoll(&request, 1, &timeout, &mask);
+  // A process whose limit of descriptors is 0 may not even ask after a negative one (poll(2)).
+  const nfds_t asked = descriptor == noDescriptor ? 0 : 1;
+  const int ready = ::ppoll(&request, asked, &timeout, &mask);
   if (ready > 0) return WaitResult::readable;
   if (ready == 0) return WaitResult::overtime;
   return errno == EINTR ? WaitResult::interrupted : WaitResult::failed;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,6 +62,12 @@ TEST(RunLoopOnLinux, ASignalThatComesDuringTheWaitEndsIt) {
 
   EXPECT_EQ(signalsHandled, 1);
   EXPECT_LT(steady_clock::now() - start, longEnough);
+}
+
+TEST(RunLoopOnLinux, ALimitOfNoDescriptorsIsNoEndOfWaiting) {
+  const rlimit none{0, 0};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_TRUE(runLoopRunOnce(1ms));
 }
 
 // So that none slips in between the agent's look at its flag and the wait.
