@@ -20,8 +20,9 @@ void fillStandardDescriptors() {
   if (opened >= 0) ::close(opened);
 }
 
-void denyGroupAndOthersWriting() {
-  const mode_t inherited = ::umask(S_IWGRP | S_IWOTH);
+// A mask that denied this user what it makes itself would cost every directory and line of the log.
+void letOnlyThisUserWrite() {
+  const mode_t inherited = ::umask(S_IWGRP | S_IWOTH) & (S_IRWXG | S_IRWXO);
   ::umask(inherited | S_IWGRP | S_IWOTH);
 }
 
@@ -29,7 +30,7 @@ void denyGroupAndOthersWriting() {
 
 void secureProcessEnvironment() {
   fillStandardDescriptors();
-  denyGroupAndOthersWriting();
+  letOnlyThisUserWrite();
   // What these would end the process for, the failing call reports as well.
   std::ignore = std::signal(SIGPIPE, SIG_IGN);
   std::ignore = std::signal(SIGXFSZ, SIG_IGN);

@@ -23,10 +23,13 @@ int nextDescriptor() {
   return opened;
 }
 
-mode_t currentMask() {
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  return mask;
+// The mask of a process that was started with `inherited`.
+mode_t maskAfter(mode_t inherited) {
+  return static_cast<mode_t>(exitStatusInChild([inherited] {
+    ::umask(inherited);
+    platform::secureProcessEnvironment();
+    return static_cast<int>(::umask(0));
+  }));
 }
 
 }  // namespace
@@ -61,28 +64,28 @@ TEST(ProcessEnvironment, WhatItOpensCanBeReadAndWritten) {
 }
 
 TEST(ProcessEnvironment, LeavesDescriptorsThatAreOpenAsTheyAre) {
-  struct stat before {};
-  ASSERT_EQ(::fstat(STDERR_FILENO, &before), 0);
-  const int next = nextDescriptor();
-
-  platform::secureProcessEnvironment();
-
-  struct stat after {};
-  ASSERT_EQ(::fstat(STDERR_FILENO, &after), 0);
-  EXPECT_EQ(before.st_ino, after.st_ino);
-  EXPECT_EQ(nextDescriptor(), next);
+  const int status = exitStatusInChild([] {
+    struct stat before {};
+    struct stat after {};
+    if (::fstat(STDERR_FILENO, &before) != 0) return 1;
+    const int next = nextDescriptor();
+    platform::secureProcessEnvironment();
+    if (::fstat(STDERR_FILENO, &after) != 0 || before.st_ino != after.st_ino) return 1;
+    return nextDescriptor() == next ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST(ProcessEnvironment, LetsNobodyElseWriteToNewFiles) {
-  ::umask(0);
-  platform::secureProcessEnvironment();
-  EXPECT_EQ(currentMask(), static_cast<mode_t>(S_IWGRP | S_IWOTH));
+  EXPECT_EQ(maskAfter(0), static_cast<mode_t>(S_IWGRP | S_IWOTH));
 }
 
 TEST(ProcessEnvironment, KeepsAStricterMask) {
-  ::umask(S_IRWXG | S_IRWXO);
-  platform::secureProcessEnvironment();
-  EXPECT_EQ(currentMask(), static_cast<mode_t>(S_IRWXG | S_IRWXO));
+  EXPECT_EQ(maskAfter(S_IRWXG | S_IRWXO), static_cast<mode_t>(S_IRWXG | S_IRWXO));
+}
+
+TEST(ProcessEnvironment, DeniesThisUserNothingOfItsOwn) {
+  EXPECT_EQ(maskAfter(S_IRWXU | S_IRWXG | S_IRWXO), static_cast<mode_t>(S_IRWXG | S_IRWXO));
 }
 
 TEST(ProcessEnvironment, SurvivesAReaderThatWentAway) {
