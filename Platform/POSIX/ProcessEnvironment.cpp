@@ -34,6 +34,8 @@ void secureProcessEnvironment() {
   // What these would end the process for, the failing call reports as well.
   std::ignore = std::signal(SIGPIPE, SIG_IGN);
   std::ignore = std::signal(SIGXFSZ, SIG_IGN);
+  // A message to a terminal that takes none from the background (TOSTOP, termios(3)) would stop it.
+  std::ignore = std::signal(SIGTTOU, SIG_IGN);
 }
 
 }  // namespace ombrix::platform

@@ -1,13 +1,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 #include "Platform/ProcessEnvironment.h"
 #include "Tests/Port/POSIX/ChildProcess.h"
@@ -30,6 +34,33 @@ mode_t maskAfter(mode_t inherited) {
     platform::secureProcessEnvironment();
     return static_cast<int>(::umask(0));
   }));
+}
+
+// Makes this process the leader of a session at a terminal that takes nothing from the background.
+// Returns the terminal, whose other end stays open, or -1.
+int ownQuietTerminal() {
+  const int screen = ::posix_openpt(O_RDWR | O_NOCTTY);
+  if (screen < 0 || ::grantpt(screen) != 0 || ::unlockpt(screen) != 0) return -1;
+  const int terminal = ::open(::ptsname(screen), O_RDWR | O_NOCTTY);
+  termios settings{};
+  if (::setsid() < 0 || ::ioctl(terminal, TIOCSCTTY, 0) != 0) return -1;
+  if (::tcgetattr(terminal, &settings) != 0) return -1;
+  settings.c_lflag |= TOSTOP;
+  return ::tcsetattr(terminal, TCSANOW, &settings) == 0 ? terminal : -1;
+}
+
+// Writes to the terminal from a process in the background. True when that came to its end.
+bool writesFromTheBackground(int terminal) {
+  const pid_t writer = ::fork();
+  if (writer == 0) {
+    ::setpgid(0, 0);
+    platform::secureProcessEnvironment();
+    ::_exit(::write(terminal, "x", 1) == 1 ? 0 : 1);
+  }
+  int status = 0;
+  ::waitpid(writer, &status, WUNTRACED);
+  if (WIFSTOPPED(status)) ::kill(writer, SIGKILL);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace
@@ -109,6 +140,15 @@ TEST(ProcessEnvironment, SurvivesALimitOnTheSizeOfFiles) {
     return ::write(::fileno(file), "x", 1) < 0 ? errno : 0;
   });
   EXPECT_EQ(error, EFBIG);
+}
+
+TEST(ProcessEnvironment, IsNotStoppedByATerminalThatTakesNothingFromTheBackground) {
+  const int status = exitStatusInChild([] {
+    const int terminal = ownQuietTerminal();
+    if (terminal < 0) return 2;
+    return writesFromTheBackground(terminal) ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace ombrix::tests
