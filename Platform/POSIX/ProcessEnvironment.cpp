@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -26,6 +27,14 @@ void letOnlyThisUserWrite() {
   ::umask(inherited | S_IWGRP | S_IWOTH);
 }
 
+// A script may have begun other programs before it became the agent, and an agent that is the first
+// process of a container inherits everybody's. Nobody waits for them: each would remain listed, and
+// be metered as if it ran on.
+void letChildrenVanish() {
+  std::ignore = std::signal(SIGCHLD, SIG_IGN);
+  while (::waitpid(-1, nullptr, WNOHANG) > 0) continue;  // those that had ended before
+}
+
 }  // namespace
 
 void secureProcessEnvironment() {
@@ -36,6 +45,7 @@ void secureProcessEnvironment() {
   std::ignore = std::signal(SIGXFSZ, SIG_IGN);
   // A message to a terminal that takes none from the background (TOSTOP, termios(3)) would stop it.
   std::ignore = std::signal(SIGTTOU, SIG_IGN);
+  letChildrenVanish();
 }
 
 }  // namespace ombrix::platform

@@ -63,6 +63,12 @@ bool writesFromTheBackground(int terminal) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// Waits until `child` is no more, without burying it. False when it has become a zombie instead.
+bool vanishes(pid_t child) {
+  siginfo_t end{};
+  return ::waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT) != 0 && errno == ECHILD;
+}
+
 }  // namespace
 
 TEST(ProcessEnvironment, OpensTheStandardDescriptorsThatTheParentClosed) {
@@ -147,6 +153,29 @@ TEST(ProcessEnvironment, IsNotStoppedByATerminalThatTakesNothingFromTheBackgroun
     const int terminal = ownQuietTerminal();
     if (terminal < 0) return 2;
     return writesFromTheBackground(terminal) ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(ProcessEnvironment, KeepsNoZombieOfAChildThatEndsLater) {
+  const int status = exitStatusInChild([] {
+    const pid_t child = ::fork();
+    if (child == 0) ::pause();
+    platform::secureProcessEnvironment();
+    ::kill(child, SIGKILL);
+    return vanishes(child) ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(ProcessEnvironment, KeepsNoZombieOfAChildThatEndedBefore) {
+  const int status = exitStatusInChild([] {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(0);
+    siginfo_t end{};
+    ::waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT);
+    platform::secureProcessEnvironment();
+    return vanishes(child) ? 0 : 1;
   });
   EXPECT_EQ(status, 0);
 }
