@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <set>
 #include <utility>
@@ -51,9 +52,41 @@ std::vector<std::string> ownCandidates() {
   return candidates;
 }
 
+std::string mountOf(const FileDescriptor& place) {
+  std::ifstream information("/proc/self/fdinfo/" + std::to_string(place.get()));
+  for (std::string field, value; information >> field >> value;) {
+    if (field == "mnt_id:") return value;
+  }
+  return {};
+}
+
+// True when a program answers for what lies there, as any user's may (fuse(4)). It may never do so:
+// whoever asks the file system itself of which kind it is already waits.
+bool isServedByProgram(const FileDescriptor& place) {
+  const std::string beginning = mountOf(place) + " ";
+  std::ifstream mounts("/proc/self/mountinfo");
+  for (std::string line; std::getline(mounts, line);) {
+    // No blank of a path is written as one (proc(5)), so that this dash is the one before the kind.
+    if (line.starts_with(beginning)) return line.find(" - fuse") != std::string::npos;
+  }
+  return true;  // it has been taken away in the meantime
+}
+
+// Opens the directory after a look at it from outside, through names alone.
+FileDescriptor openDirectory(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const FileDescriptor parent(
+      ::open(path.substr(0, slash).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!parent.valid() || isServedByProgram(parent)) return {};
+  const FileDescriptor place(::openat(parent.get(), path.c_str() + slash + 1,
+                                      O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!place.valid() || isServedByProgram(place)) return {};
+  return FileDescriptor(::openat(place.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
 // The directory at `path` if it belongs to `owner` and nobody else can write to it.
 std::optional<RuntimeDirectory> open(const std::string& path, uid_t owner) {
-  FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  FileDescriptor descriptor = openDirectory(path);
   struct stat status {};
   if (!descriptor.valid() || ::fstat(descriptor.get(), &status) != 0) return std::nullopt;
   if (status.st_uid != owner || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) return std::nullopt;

@@ -1,10 +1,12 @@
 #include "Tests/Port/Linux/PrivateMachine.h"
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <utility>
 
 namespace ombrix::tests {
 
@@ -39,6 +41,18 @@ bool enterPrivateMachine() {
   ::unsetenv("XDG_RUNTIME_DIR");
   return enterPrivateNamespaces() && mountMemory("/run", "mode=755") &&
          mountMemory("/tmp", "mode=1777");
+}
+
+SilentFileSystem::SilentFileSystem(std::string folder)
+    : folder(std::move(folder)), connection(::open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
+  const std::string options =
+      "fd=" + std::to_string(connection.get()) + ",rootmode=40000,user_id=0,group_id=0,allow_other";
+  isMounted = connection.valid() &&
+              ::mount("silence", this->folder.c_str(), "fuse", 0, options.c_str()) == 0;
+}
+
+SilentFileSystem::~SilentFileSystem() {
+  if (isMounted) ::umount2(folder.c_str(), MNT_DETACH);
 }
 
 }  // namespace ombrix::tests

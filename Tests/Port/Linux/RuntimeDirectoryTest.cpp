@@ -31,6 +31,9 @@ using platform::searchedRuntimeDirectories;
 constexpr const char* machineDirectory = "/run/ombrix";
 constexpr const char* temporaryDirectory = "/tmp/ombrix-0";
 
+// A call that waits for a file system ends the test's process after this time.
+constexpr unsigned secondsUntilStuck = 20;
+
 // The path of a directory that is open, as the kernel knows it.
 std::string pathOf(const RuntimeDirectory& directory) {
   const std::string link = "/proc/self/fd/" + std::to_string(directory.descriptor.get());
@@ -297,6 +300,20 @@ TEST(SearchedRuntimeDirectories, AreOfNoOtherUserForAnOrdinaryOne) {
     return becomeUser(strangerUser) ? static_cast<int>(searchedRuntimeDirectories().size()) : 77;
   });
   EXPECT_EQ(found, 1);
+}
+
+TEST(RuntimeDirectory, IsNotWaitedForWhereAUsersFileSystemDoesNotAnswer) {
+  if (!hasSeveralUsers()) GTEST_SKIP() << "needs several users";
+  const std::string session = "/run/user/" + std::to_string(strangerUser);
+  makeDirectory("/run/user", 0755);
+  makeDirectory(session, 0700, strangerUser);
+  makeDirectory(session + "/ombrix", 0700, strangerUser);
+  for (const std::string& folder : {session, session + "/ombrix"}) {
+    const SilentFileSystem silent(folder);
+    if (!silent.mounted()) GTEST_SKIP() << "needs /dev/fuse";
+    ::alarm(secondsUntilStuck);
+    EXPECT_TRUE(searchedPaths().empty()) << folder;
+  }
 }
 
 TEST(NamesIn, AreAllButTheDirectoryItselfAndItsParent) {
