@@ -1,4 +1,7 @@
+#include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -6,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/FileDescriptor.h"
 #include "Platform/Linux/ProcPath.h"
 #include "Platform/ProcessList.h"
 
@@ -13,11 +17,30 @@ namespace ombrix::platform {
 
 namespace {
 
+// The file of that name, unless the kernel would have to ask its file system, which may be a dead
+// server's or a program's and never answer. The file of a program that runs is known without that,
+// and so are the folders above it; kernels before 5.12 can't be asked like this (openat2(2)).
+FileDescriptor knownFile(const std::string& path) {
+  open_how how{};
+  how.flags = O_PATH | O_CLOEXEC;
+  how.resolve = RESOLVE_CACHED;
+  return FileDescriptor(
+      static_cast<int>(::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof(how))));
+}
+
+// What the kernel knows of a file, again without a question.
+bool look(int directory, const char* path, int flags, struct statx& status) {
+  return ::statx(directory, path, flags | AT_STATX_DONT_SYNC, STATX_INO, &status) == 0;
+}
+
 bool sameFile(const std::string& one, const char* other) {
-  struct stat oneStatus {};
-  struct stat otherStatus {};
-  return ::stat(one.c_str(), &oneStatus) == 0 && ::stat(other, &otherStatus) == 0 &&
-         oneStatus.st_dev == otherStatus.st_dev && oneStatus.st_ino == otherStatus.st_ino;
+  const FileDescriptor file = knownFile(one);
+  struct statx oneStatus {};
+  struct statx otherStatus {};
+  return file.valid() && look(file.get(), "", AT_EMPTY_PATH, oneStatus) &&
+         look(AT_FDCWD, other, 0, otherStatus) && oneStatus.stx_ino == otherStatus.stx_ino &&
+         oneStatus.stx_dev_major == otherStatus.stx_dev_major &&
+         oneStatus.stx_dev_minor == otherStatus.stx_dev_minor;
 }
 
 // The kernel adds " (deleted)" to the path of a file that has lost its name (proc(5)). A file may

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Platform/ProcessList.h"
+#include "Tests/Port/Linux/PrivateMachine.h"
 #include "Tests/Port/POSIX/ChildProcess.h"
 
 namespace ombrix::tests {
@@ -16,6 +17,9 @@ namespace {
 
 using platform::ExecutablePath;
 using platform::PathResult;
+
+// A call that waits for a file system ends the test's process after this time.
+constexpr unsigned secondsUntilStuck = 20;
 
 ExecutablePath filledPath() {
   ExecutablePath path;
@@ -79,6 +83,17 @@ TEST(ExecutablePathOnLinux, IsNotThatOfAnotherFileWhichIsNamedLikeTheDeletedOne)
   const ChildProcess process("/tmp/tool", {"tool"});
   std::filesystem::remove("/tmp/tool");
   EXPECT_EQ(pathOf(process), "/tmp/tool");
+}
+
+TEST(ExecutablePathOnLinux, DoesNotWaitForAFileSystemInThePlaceOfTheDeletedFile) {
+  std::filesystem::create_directory("/tmp/tools");
+  installAt("/tmp/tools/tool");
+  const ChildProcess process("/tmp/tools/tool", {"tool"});
+  std::filesystem::remove("/tmp/tools/tool");
+  const SilentFileSystem silent("/tmp/tools");
+  if (!silent.mounted()) GTEST_SKIP() << "needs /dev/fuse";
+  ::alarm(secondsUntilStuck);
+  EXPECT_EQ(pathOf(process), "/tmp/tools/tool");
 }
 
 TEST(ExecutablePathOnLinux, MayBeLong) {
