@@ -5,6 +5,7 @@
 #include "Platform/Linux/ProcessStatus.h"
 #include "Tests/Fuzz/Support/Input.h"
 #include "Tests/Fuzz/Support/Require.h"
+#include "Tests/Fuzz/Support/TaskName.h"
 
 // The files that the kernel keeps of a process: as any bytes, and as the kernel writes them of a
 // process that has given itself any name.
@@ -31,21 +32,6 @@ void readAnyBytes(std::string_view bytes) {
   require(ofWholeLines && same(*ofWholeLines, *status), "half a line counts for nothing");
 }
 
-// As proc_task_name() in fs/proc/array.c does it.
-std::string escaped(std::string_view name) {
-  std::string text;
-  for (const char c : name) {
-    if (c == '\n') {
-      text += "\\n";
-    } else if (c == '\\') {
-      text += "\\\\";
-    } else {
-      text += c;
-    }
-  }
-  return text;
-}
-
 struct Process {
   std::string name;
   std::uint32_t user = 0;
@@ -56,8 +42,9 @@ struct Process {
 
 std::string statusOf(const Process& process) {
   const std::string other = std::to_string(process.otherUser);
-  std::string text = "Name:\t" + escaped(process.name) + "\nState:\tS (sleeping)\nUid:\t" + other +
-                     "\t" + std::to_string(process.user) + "\t" + other + "\t" + other + "\n";
+  std::string text = "Name:\t" + escapedTaskName(process.name) + "\nState:\tS (sleeping)\nUid:\t" +
+                     other + "\t" + std::to_string(process.user) + "\t" + other + "\t" + other +
+                     "\n";
   if (process.saysWhetherThread) {
     text += "Kthread:\t" + std::string(process.kernelThread ? "1" : "0") + "\n";
   }

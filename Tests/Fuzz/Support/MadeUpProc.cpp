@@ -12,6 +12,7 @@
 #include "Tests/Fuzz/Support/FuzzFolder.h"
 #include "Tests/Fuzz/Support/OwnMachine.h"
 #include "Tests/Fuzz/Support/Require.h"
+#include "Tests/Fuzz/Support/TaskName.h"
 
 namespace ombrix::tests {
 
@@ -26,25 +27,10 @@ constexpr std::array<ProcessId, 10> changing = {1, 2, 3, 9, 10, 11, 99, 100, 655
 
 std::string placeOf(ProcessId id) { return "/proc/" + std::to_string(id) + "/"; }
 
-// As proc_task_name() in fs/proc/array.c does it.
-std::string escaped(std::string_view name) {
-  std::string text;
-  for (const char c : name) {
-    if (c == '\n') {
-      text += "\\n";
-    } else if (c == '\\') {
-      text += "\\\\";
-    } else {
-      text += c;
-    }
-  }
-  return text;
-}
-
 std::string statusOf(const MadeUpProcess& process) {
   const bool dead = process.kind == Kind::dead;
   const std::string user = "\t" + std::to_string(process.user);
-  std::string text = "Name:\t" + escaped(process.name) + "\nState:\t" +
+  std::string text = "Name:\t" + escapedTaskName(process.name) + "\nState:\t" +
                      (dead ? "Z (zombie)" : "S (sleeping)") + "\nUid:\t7" + user + user + user +
                      "\n";
   if (process.kind == Kind::ordinary) text += "Kthread:\t0\n";
