@@ -254,6 +254,18 @@ TEST(NotificationService, WhoHearsEveryoneHearsHimAfterAllOthers) {
   EXPECT_EQ(order, "answer call ");
 }
 
+TEST(NotificationService, WhoStillAwaitsAnswersHearsNoQuestions) {
+  const Listener other("Call");
+  postNotification("Call");  // has reached somebody, who could answer
+  const Listener asked("Call", Posters::everyone);
+  postNotification("Call");
+
+  for (int run = 0; run < 5; ++run) EXPECT_TRUE(runLoopRunOnce(20ms));
+
+  EXPECT_GE(other.heard, 1);
+  EXPECT_EQ(asked.heard, 0);
+}
+
 TEST(NotificationService, IgnoresWhatIsNotItsNotification) {
   const Listener listener("Stop");
   const std::string socket = pathOfOnlySocket();
