@@ -76,11 +76,25 @@ class PreparedChild {
   pid_t child = -1;
 };
 
-// In a machine that `prepare` has changed, another user is to learn no more of a process than whose
-// it is.
-void expectNamelessForAStranger(const std::function<bool()>& prepare, ProcessId id, uid_t owner) {
+// Takes away what a test has mounted over /proc; the sanitizers look into it at the end.
+class MountOverProc {
+ public:
+  explicit MountOverProc(bool mounted) : mounted(mounted) {}
+  ~MountOverProc() {
+    if (mounted) ::umount2("/proc", MNT_DETACH);
+  }
+  MountOverProc(const MountOverProc&) = delete;
+  MountOverProc& operator=(const MountOverProc&) = delete;
+  explicit operator bool() const { return mounted; }
+
+ private:
+  bool mounted;
+};
+
+// Another user is to learn no more of a process than whose it is.
+void expectNamelessForAStranger(ProcessId id, uid_t owner) {
   const int result = exitStatusInChild([&] {
-    if (!prepare() || !becomeUser(strangerUser)) return 77;
+    if (!becomeUser(strangerUser)) return 77;
     const auto entry = entryOf(id);
     if (!entry) return 1;
     if (entry->commandName) return 2;
@@ -167,19 +181,21 @@ TEST(ProcessListOnLinux, HasNoEntryForAKernelThreadAndListsItNoMore) {
 }
 
 TEST(ProcessListOnLinux, HasANamelessEntryForAProcessWhoseFilesAreHidden) {
-  expectNamelessForAStranger([] { return ::mount("proc", "/proc", "proc", 0, "hidepid=1") == 0; },
-                             1, 0);
+  const MountOverProc proc(::mount("proc", "/proc", "proc", 0, "hidepid=1") == 0);
+  if (!proc) GTEST_SKIP() << "needs mounts";
+  expectNamelessForAStranger(1, 0);
 }
 
 // A security module refuses with another error than a mount with hidepid does.
 TEST(ProcessListOnLinux, HasANamelessEntryForAProcessWhoseFilesAreForbidden) {
   constexpr uid_t owner = 4321;
-  const auto prepare = [] {
-    if (!mountMemory("/proc", "mode=755") || ::mkdir("/proc/77", 0755) != 0) return false;
-    std::ofstream("/proc/77/status") << kernelThreadStatus;
-    return ::chmod("/proc/77/status", 0) == 0 && ::chown("/proc/77", owner, 0) == 0;
-  };
-  expectNamelessForAStranger(prepare, 77, owner);
+  const MountOverProc proc(mountMemory("/proc", "mode=755"));
+  if (!proc || ::mkdir("/proc/77", 0755) != 0) GTEST_SKIP() << "needs mounts";
+  std::ofstream("/proc/77/status") << kernelThreadStatus;
+  if (::chmod("/proc/77/status", 0) != 0 || ::chown("/proc/77", owner, 0) != 0) {
+    GTEST_SKIP() << "needs several users";
+  }
+  expectNamelessForAStranger(77, owner);
 }
 
 TEST(ProcessListOnLinux, IsFetchedAlsoWithoutAFreeDescriptor) {
@@ -202,7 +218,8 @@ TEST(ProcessListOnLinux, IsEmptyAfterAFetchThatFailedAndCanBeFetchedLater) {
 }
 
 TEST(ProcessListOnLinux, ListsAKernelThreadNoMoreUntilItsIdIsAnothers) {
-  if (!mountMemory("/proc", "mode=755")) GTEST_SKIP() << "needs mounts";
+  const MountOverProc proc(mountMemory("/proc", "mode=755"));
+  if (!proc) GTEST_SKIP() << "needs mounts";
   std::filesystem::create_directory("/proc/2");
   std::ofstream("/proc/2/status") << kernelThreadStatus;
   ProcessList list;
@@ -220,7 +237,8 @@ TEST(ProcessListOnLinux, ListsAKernelThreadNoMoreUntilItsIdIsAnothers) {
 }
 
 TEST(ProcessListOnLinux, TakesNoNameForAnIdThatIsOneOnlyAtItsBeginning) {
-  if (!mountMemory("/proc", "mode=755")) GTEST_SKIP() << "needs mounts";
+  const MountOverProc proc(mountMemory("/proc", "mode=755"));
+  if (!proc) GTEST_SKIP() << "needs mounts";
   for (const char* name : {"1", "12", "12abc", "3.4", "abc", "+5"}) {
     ASSERT_TRUE(std::filesystem::create_directory(std::string("/proc/") + name));
   }
@@ -231,7 +249,8 @@ TEST(ProcessListOnLinux, TakesNoNameForAnIdThatIsOneOnlyAtItsBeginning) {
 
 TEST(ProcessListOnLinux, FetchFailsWhenTheNamesCannotBeRead) {
   std::filesystem::create_directories("/tmp/proc/1");
-  if (::mount("/tmp/proc", "/proc", nullptr, MS_BIND, nullptr) != 0) GTEST_SKIP() << "needs mounts";
+  const MountOverProc proc(::mount("/tmp/proc", "/proc", nullptr, MS_BIND, nullptr) == 0);
+  if (!proc) GTEST_SKIP() << "needs mounts";
   ProcessList list;
   ASSERT_TRUE(list.fetch());
   std::filesystem::remove_all("/tmp/proc");
